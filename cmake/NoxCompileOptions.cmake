@@ -1,0 +1,15 @@
+# The options every target of this tree is compiled with: nox_compile_options(target).
+function(nox_compile_options target)
+  if(MSVC)
+    target_compile_options(${target} PRIVATE /W4 /utf-8 $<$<BOOL:${NOX_WARNINGS_AS_ERRORS}>:/WX>)
+    return()
+  endif()
+  target_compile_options(${target} PRIVATE
+    -Wall -Wextra -Wpedantic -Wshadow=local -Wnon-virtual-dtor -Woverloaded-virtual -Wcast-align
+    -Wformat=2 $<$<BOOL:${NOX_WARNINGS_AS_ERRORS}>:-Werror>)
+  if(NOX_SANITIZE)
+    target_compile_options(${target} PRIVATE -fsanitize=${NOX_SANITIZE} -fno-omit-frame-pointer
+      -fno-sanitize-recover=all)
+    target_link_options(${target} PRIVATE -fsanitize=${NOX_SANITIZE})
+  endif()
+endfunction()

@@ -1,0 +1,111 @@
+// Reads objects in the binary format, one root object per frame.
+#pragma once
+
+#include <memory>
+#include <string_view>
+
+#include "nox/core/input_reader.h"
+#include "nox/core/memory_streams.h"
+#include "nox/core/object_reader.h"
+
+namespace nox {
+
+class FrameStream;
+
+/// Takes a whole frame off the connection and builds the root object from it. One reader per
+/// connection and thread.
+///
+/// What is malformed ends in an exception (by pointer: UnexpectedChar, UnexpectedType, UnknownType,
+/// AssertionFailure; by value: CompressionError); the object under construction is deleted. When it
+/// came from inside a frame, the frame stays the current stream and the reader is spent for that
+/// connection: discard it, or give it a stream with `setInputStream`, which deletes the frame.
+///
+/// No count or length from the peer reserves memory that the bytes that arrived do not justify, and
+/// objects nest at most kMaxDepth deep.
+class NOX_EXPORT BinaryReader : public input_reader, public ObjectReader {
+public:
+  using ObjectReader::process;
+
+  /// Objects nested deeper end in `new AssertionFailure("depth <= 512")`; messages nest up to 5.
+  static constexpr int kMaxDepth = 512;
+
+  /// Neither argument is owned, unless it is replaced by `setInputStream`.
+  BinaryReader(ObjectFactory* factory, InputStream* stream);
+  /// A copy reads from the same streams; a frame left over after a failure is shared.
+  BinaryReader(const BinaryReader& other);
+  BinaryReader& operator=(const BinaryReader& other);
+  ~BinaryReader() override;
+
+  Archive& process(std::string& value, const char* name) override;
+  Archive& process(NOXPBlob* value, const char* name) override;
+  Archive& process(NOXPString* value, const char* name) override;
+  Archive& process(int& value, const char* name) override;
+  /// Fills `value` in place. Through a null pointer an object is created, read and deleted.
+  Archive& process(Serializable* value, const char* name) override;
+
+  /// The next root object, the caller's; null for a frame that holds the null object, and for an
+  /// HTTP request when the factory knows no HTTP request object. Throws `new NONE` when nothing
+  /// arrived within the stream's time-out and `new LAST` at its end.
+  Serializable* readRootObject() override;
+  /// The next root object if it is a request; another one is deleted, and the result is null.
+  noxp::RequestProt* readRequest() override;
+
+  void setInputStream(InputStream* stream) override;
+
+  /// Reads one object with its head: into `expected`, which must be of the type that comes, or into
+  /// a new object that the caller owns. Null for the null object (`expected` then stays as it is).
+  Serializable* readObject(Serializable* expected);
+
+  /// For payloads that keep their bytes where they arrived: reads a blob as `process(NOXPBlob*)`
+  /// does, but only says where it lies. False, with nothing read, outside a frame and when what
+  /// comes is no plain blob; then read it the ordinary way. `view` is valid while `shareFrame()` is
+  /// held.
+  bool readBlobInPlace(std::string_view& view);
+  /// A share of the frame that is being read, so that views into it outlive it; null outside one.
+  std::shared_ptr<const void> shareFrame() const;
+
+protected:
+  void checkEndOfObjectMarker() override;
+
+private:
+  class DepthGuard;
+  class FrameGuard;
+
+  void readNOXPString(NOXPString* value) override;
+  void readNOXPBlob(NOXPBlob* value) override;
+  std::string* readString() override;
+  int readChar() override;
+  int readInt() override;
+
+  void useStream(InputStream* stream);
+  Serializable* readFrame(int length);
+  std::size_t receiveBody(std::size_t n);
+  bool inflateBody(std::string_view body);
+  noxp::RequestProt* readHttpRequest(unsigned int length, int c);
+
+  /// The next `n` bytes when the current stream is memory and holds them, else null.
+  const char* peek(std::size_t n) const {
+    return memory_ && memory_->length_ - memory_->position_ >= n
+               ? memory_->buffer_ + memory_->position_
+               : nullptr;
+  }
+  void skip(std::size_t n) { memory_->position_ += static_cast<std::uint32_t>(n); }
+  std::size_t remaining() const { return memory_->length_ - memory_->position_; }
+
+  /// Steps past a well-formed string and says where its bytes lie; false, with nothing read, when
+  /// they are not in memory or anything about it asks for a closer look.
+  bool takeString(std::string_view& text);
+  bool takeBlob(std::string_view& content);
+  unsigned int readStringLength(const char* reader);
+  std::string readStringBytes(unsigned int n, const char* reader);
+  std::size_t readBlobBytes(NOXPBlob& blob, std::size_t n);
+  void readText(std::string& text);
+  static void assignNative(std::string& to, std::string_view utf8);
+
+  InputStream* savedStream_ = nullptr;  // the connection, while a frame is parsed
+  std::shared_ptr<FrameStream> frame_;  // the last frame; current while parsed and once spent
+  MemoryBufferInputStream* memory_ = nullptr;  // the current stream, where it is known to be memory
+  int depth_ = 0;
+};
+
+}  // namespace nox

@@ -1,0 +1,188 @@
+#include "nox/core/binary_writer.h"
+
+#include <cstdint>
+
+#include "nox/core/big_endian.h"
+#include "nox/core/binary_format.h"
+#include "nox/core/copy_bytes.h"
+#include "nox/core/gzip_compressor.h"
+#include "nox/diag/file_loggers.h"
+
+namespace nox {
+
+namespace {
+
+constexpr std::size_t kMarkedInt = 5;    // marker, 4 bytes
+constexpr std::size_t kObjectHead = 11;  // 'L', type, class version
+constexpr std::size_t kNullObject = 7;   // 'L', the null type, ';'
+
+constexpr std::size_t kLongestString = 0x80000000u;
+
+char* putInt(char* to, int value) {
+  *to = kIntegerPrefix;
+  storeBigEndian32(to + 1, static_cast<std::uint32_t>(value));
+  return to + kMarkedInt;
+}
+
+void putByte(BufferedOutStream& out, char byte) {
+  *out.reserve(1) = byte;
+  out.commit(1);
+}
+
+void putNullObject(BufferedOutStream& out) {
+  char* to = out.reserve(kNullObject);
+  *to++ = kObjectPrefix;
+  to = putInt(to, kNullType);
+  *to = kEndOfEntity;
+  out.commit(kNullObject);
+}
+
+}  // namespace
+
+BinaryWriter::BinaryWriter(OutStream* os)
+    : ObjectWriter(os),
+      frame_(std::make_unique<BufferedOutStream>(os, false)),
+      out_(frame_.get()) {}
+
+BinaryWriter::~BinaryWriter() = default;
+
+Archive& BinaryWriter::process(NOXPBlob* value, const char* /*name*/) {
+  write(value);
+  return *this;
+}
+
+Archive& BinaryWriter::process(NOXPString* value, const char* /*name*/) {
+  write(value);
+  return *this;
+}
+
+Archive& BinaryWriter::process(std::string& value, const char* /*name*/) {
+  write(value);
+  return *this;
+}
+
+Archive& BinaryWriter::process(int& value, const char* /*name*/) {
+  write(value);
+  return *this;
+}
+
+Archive& BinaryWriter::process(Serializable* value, const char* /*name*/) {
+  write(value);
+  return *this;
+}
+
+void BinaryWriter::writeRoot(Serializable& root) {
+  putByte(*out_, kStartOfRootObject);
+  const Serializable::properties_t* const properties = root.getProperties();
+  if (properties && properties->compress) {
+    writeCompressible(root, properties->compressThreshold);
+  } else {
+    write(&root);
+  }
+  putByte(*out_, kEndOfRootObject);
+  root.setPacketSize(out_->flushSz());
+}
+
+void BinaryWriter::writeNullRoot() {
+  putByte(*out_, kStartOfRootObject);
+  putNullObject(*out_);
+  putByte(*out_, kEndOfRootObject);
+  out_->flushSz();
+}
+
+void BinaryWriter::writeCompressible(Serializable& root, int threshold) {
+  if (!plainBody_) plainBody_ = std::make_unique<BufferedOutStream>(nullptr, true);
+  plainBody_->discard();
+  struct BackToFrame {
+    BinaryWriter& writer;
+    ~BackToFrame() { writer.out_ = writer.frame_.get(); }
+  };
+  {
+    const BackToFrame guard{*this};
+    out_ = plainBody_.get();
+    write(&root);
+  }
+  const std::size_t n = plainBody_->getLength();
+  const char* const body = reinterpret_cast<const char*>(plainBody_->getBuffer());
+  // Sign-extended and compared as unsigned, so that a negative threshold never compresses.
+  if (static_cast<std::uint64_t>(n) < static_cast<std::uint64_t>(std::int64_t{threshold})) {
+    out_->send(body, n);
+    return;
+  }
+  out_->send(kCompressedMarker, sizeof kCompressedMarker);
+  GZipCompressor::compressTo(body, n, *out_);
+}
+
+void BinaryWriter::setOutStream(OutStream* os) {
+  frame_ = std::make_unique<BufferedOutStream>(os, false);
+  out_ = frame_.get();
+  stream_ = os;
+}
+
+OutStream* BinaryWriter::getOutStream() { return stream_; }
+
+void BinaryWriter::sendInt(int value) {
+  storeBigEndian32(out_->reserve(4), static_cast<std::uint32_t>(value));
+  out_->commit(4);
+}
+
+void BinaryWriter::write(int value) {
+  putInt(out_->reserve(kMarkedInt), value);
+  out_->commit(kMarkedInt);
+}
+
+void BinaryWriter::write(std::string& value) {
+  // The text is narrow: it travels as what it means in the native code page, up to its first NUL.
+  if (NOXPString::isSameInUtf8(value)) return writeText(value);
+  NOXPString narrow(value);
+  writeText(narrow.utf8Bytes());
+}
+
+void BinaryWriter::write(NOXPString* value) {
+  if (!value) return putNullObject(*out_);
+  std::string_view utf8 = value->utf8Bytes();
+  if (utf8.size() > kLongestString) {
+    NOX_LOG(filelog::warning) << "Writer truncating NOXPString" << EndLog();
+    utf8 = utf8.substr(0, kLongestString);
+  }
+  writeText(utf8);
+}
+
+void BinaryWriter::writeText(std::string_view utf8) {
+  const std::size_t n = utf8.size();
+  char* to = out_->reserve(n + 4);
+  *to++ = kStringPrefix;
+  // Deliberate: the count wraps at 16 bits while every byte is sent. Senders keep strings shorter.
+  storeBigEndian16(to, static_cast<unsigned int>(n & 0xFFFF));
+  copyBytes(to + 2, utf8.data(), n);
+  to[2 + n] = kEndOfEntity;
+  out_->commit(n + 4);
+}
+
+void BinaryWriter::write(NOXPBlob* value) {
+  if (!value) return putNullObject(*out_);
+  const std::size_t n = value->length();
+  char* to = out_->reserve(n + 8);
+  *to++ = kBlobPrefix;
+  *to++ = kByteArrayPrefix;
+  storeBigEndian32(to, static_cast<std::uint32_t>(n));
+  to += 4;
+  copyBytes(to, reinterpret_cast<const char*>(value->getBuf()), n);
+  to[n] = kEndOfEntity;      // of the byte array
+  to[n + 1] = kEndOfEntity;  // of the blob
+  out_->commit(n + 8);
+}
+
+void BinaryWriter::write(Serializable* value) {
+  if (!value) return putNullObject(*out_);
+  const int version = value->getClassVersion();
+  char* to = out_->reserve(kObjectHead);
+  *to++ = kObjectPrefix;
+  to = putInt(to, value->getType());
+  putInt(to, version);
+  out_->commit(kObjectHead);
+  value->serialize(*this, static_cast<unsigned int>(version));
+  putByte(*out_, kEndOfEntity);
+}
+
+}  // namespace nox

@@ -1,0 +1,12 @@
+// Marks what libnox shows to its users; everything else is hidden.
+#pragma once
+
+#if defined(_WIN32)
+#if defined(NOX_BUILDING)
+#define NOX_EXPORT __declspec(dllexport)
+#else
+#define NOX_EXPORT __declspec(dllimport)
+#endif
+#else
+#define NOX_EXPORT __attribute__((visibility("default")))
+#endif

@@ -1,0 +1,33 @@
+#include "nox/core/out_stream.h"
+
+#include "nox/text/blob.h"
+#include "nox/text/pstring.h"
+
+namespace nox {
+
+OutStream::~OutStream() = default;
+
+void OutStream::send(NOXPBlob& blob) { blobSend(&blob); }
+void OutStream::send(NOXPBlob* blob) { blobSend(blob); }
+void OutStream::send(NOXPString& text) { send(&text); }
+
+void OutStream::send(NOXPString* text) {
+  if (!text) return;
+  // In this order: the conversion decides the length. A string that could not be converted keeps
+  // its old one, which says nothing about these bytes.
+  const unsigned char* bytes = text->getUTF8();
+  if (!bytes || text->getType() != NOXPString::Utf8) return;
+  const std::size_t n = text->length();
+  if (n > 0) send(reinterpret_cast<const char*>(bytes), n);
+}
+
+void OutStream::blobSend(NOXPBlob* blob) {
+  if (!blob || blob->length() == 0) return;
+  send(reinterpret_cast<const char*>(blob->getBuf()), blob->length());
+}
+
+void OutStream::blobSend(char* data, int n) {
+  if (n > 0) send(data, static_cast<std::size_t>(n));
+}
+
+}  // namespace nox

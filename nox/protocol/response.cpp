@@ -1,0 +1,7 @@
+#include "nox/protocol/response.h"
+
+namespace nox::noxp {
+
+ResponseProt::~ResponseProt() = default;
+
+}  // namespace nox::noxp
