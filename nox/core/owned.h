@@ -9,6 +9,7 @@
 // allocation. Other types live on the heap. A getter's pointer is valid while the message lives.
 #pragma once
 
+#include <cstddef>
 #include <memory>
 #include <new>
 #include <type_traits>
@@ -46,6 +47,7 @@ private:
 template <>
 class Copied<NOXPString> {
 public:
+  Copied(std::nullptr_t) {}
   Copied(const char* text) : text_(text) {}
   Copied(const NOXPString* value) : value_(value) {}
   NOXPString make() const { return value_ ? NOXPString(*value_) : NOXPString(text_); }
@@ -59,6 +61,7 @@ private:
 template <>
 class Copied<NOXPBlob> {
 public:
+  Copied(std::nullptr_t) {}
   Copied(const char* text) : text_(text) {}
   Copied(const NOXPBlob* value) : value_(value) {}
   NOXPBlob make() const {
@@ -195,8 +198,8 @@ public:
 
   /// Replaces the object by an empty one.
   void emplaceEmpty() { field_.emplaceEmpty(); }
-  /// Replaces the object by a copy of the argument.
-  void assign(const Copied<T>& argument) { field_.construct(argument); }
+  /// Replaces the object by a copy of the argument, which may be the object itself.
+  void assign(const Copied<T>& argument) { *this = Owned(argument); }
   /// Takes `value` over; the object held before is deleted. Null makes the field absent.
   void adopt(T* value) { field_.adopt(value); }
   void reset() { field_.reset(); }
@@ -221,7 +224,11 @@ public:
         value_(owned_.get()) {}
   MaybeOwned(MaybeOwned&& other) noexcept
       : owned_(std::move(other.owned_)), value_(std::exchange(other.value_, nullptr)) {}
-  MaybeOwned& operator=(MaybeOwned other) noexcept {
+  MaybeOwned& operator=(const MaybeOwned& other) {
+    if (this != &other) *this = MaybeOwned(other);
+    return *this;
+  }
+  MaybeOwned& operator=(MaybeOwned&& other) noexcept {
     owned_.swap(other.owned_);
     std::swap(value_, other.value_);
     return *this;
