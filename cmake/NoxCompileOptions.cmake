@@ -5,11 +5,14 @@ function(nox_compile_options target)
     return()
   endif()
   target_compile_options(${target} PRIVATE
-    -Wall -Wextra -Wpedantic -Wshadow=local -Wnon-virtual-dtor -Woverloaded-virtual -Wcast-align
-    -Wformat=2 $<$<BOOL:${NOX_WARNINGS_AS_ERRORS}>:-Werror>)
+    -Wall -Wextra -Wpedantic -Wnon-virtual-dtor -Woverloaded-virtual -Wcast-align
+    -Wformat=2 $<$<CXX_COMPILER_ID:GNU>:-Wshadow=local> $<$<BOOL:${NOX_WARNINGS_AS_ERRORS}>:-Werror>)
   if(NOX_SANITIZE)
     target_compile_options(${target} PRIVATE -fsanitize=${NOX_SANITIZE} -fno-omit-frame-pointer
       -fno-sanitize-recover=all)
     target_link_options(${target} PRIVATE -fsanitize=${NOX_SANITIZE})
+  endif()
+  if(NOX_BUILD_FUZZ)
+    target_compile_options(${target} PRIVATE -fsanitize=fuzzer-no-link)
   endif()
 endfunction()
