@@ -8,7 +8,8 @@ set(NOX_INTERNAL_HEADERS
   nox/diag/file_loggers.h
   nox/encodings/reader_support.h
   nox/io/sigpipe_guard.h
-  nox/protocol/remote/trace.h)
+  nox/protocol/remote/trace.h
+  nox/text/conversion.h)
 
 file(GLOB_RECURSE NOX_PUBLIC_HEADERS RELATIVE ${PROJECT_SOURCE_DIR} CONFIGURE_DEPENDS
   ${PROJECT_SOURCE_DIR}/nox/*.h)

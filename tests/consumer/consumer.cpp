@@ -104,6 +104,6 @@ bool ownArchive() {
 }  // namespace
 
 int main() {
-  const bool ok = travels() & caughtByClass() & endCaught() & ownArchive();
+  const bool ok = travels() && caughtByClass() && endCaught() && ownArchive();
   return ok ? 0 : 1;
 }
