@@ -153,20 +153,29 @@ UConverter* converterOf(CodePage codePage) {
   return mine.native.get();
 }
 
+/// The first byte outside 01-7F, or one in whose neighbourhood it is worth looking at single bytes.
+const unsigned char* skipPlainAscii(const unsigned char* p, const unsigned char* end) {
+  std::uint64_t v[4];
+  for (; end - p >= 32; p += 32) {
+    std::memcpy(v, p, sizeof v);
+    if (notPlainAscii(v[0]) | notPlainAscii(v[1]) | notPlainAscii(v[2]) | notPlainAscii(v[3]))
+      break;
+  }
+  for (; end - p >= 8; p += 8) {
+    std::memcpy(v, p, sizeof v[0]);
+    if (notPlainAscii(v[0])) break;
+  }
+  return p;
+}
+
 /// Well-formed UTF-8 without a NUL: no overlong form, no surrogate, nothing above U+10FFFF. Those
 /// are what ICU substitutes.
 bool isUtf8(std::string_view text) {
   const auto* p = reinterpret_cast<const unsigned char*>(text.data());
   const auto* const end = p + text.size();
   while (p < end) {
-    if (end - p >= 8) {
-      std::uint64_t v;
-      std::memcpy(&v, p, sizeof v);
-      if (!notPlainAscii(v)) {
-        p += 8;
-        continue;
-      }
-    }
+    p = skipPlainAscii(p, end);
+    if (p == end) return true;
     const unsigned lead = *p++;
     if (lead == 0) return false;
     if (lead < 0x80) continue;

@@ -142,6 +142,12 @@ NOXPString& NOXPString::operator=(const char* text) {
 }
 
 NOXPString& NOXPString::operator=(const NOXPString& other) {
+  if (!rare_ && !other.rare_ && !ownsBlock(bytes_) && other.type_ != Unicode) {
+    bytes_ = other.bytes_;  // nothing to abandon
+    type_ = other.type_;
+    hasPayload_ = other.hasPayload_;
+    return *this;
+  }
   NOXPString copy(other);
   abandon();
   bytes_ = std::move(copy.bytes_);

@@ -56,7 +56,7 @@ public:
   /// and holds no payload.
   NOXPString(const NOXPString& other)
       : bytes_(other.bytes_), type_(other.type_), hasPayload_(other.hasPayload_) {
-    if (other.rare_) copyRare(other);
+    if (other.rare_ || other.type_ == Unicode) copyRare(other);
   }
   /// Null gives Empty.
   NOXPString(const NOXPString* other) {
@@ -171,14 +171,14 @@ private:
   /// they need no conversion either way.
   static bool isSameInUtf8(std::string_view text);
   /// Replaces the text by `n` Narrow bytes, for a reader; `text` lies outside this string.
-  /// `readable` says how many bytes may be looked at from `text` on: where it is more than `n`, a
-  /// short text is copied in two constant steps.
+  /// `readable` says how many bytes may be looked at from `text` on: where they are enough, a short
+  /// text is copied in constant steps.
   void assignNarrow(const char* text, std::size_t n, std::size_t readable = 0) {
     if (rare_) releaseRare();
     if (n <= kInlineText && readable >= kInlineText) {
       bytes_.~basic_string();
       ::new (static_cast<void*>(&bytes_)) std::string(text, kInlineText);
-      bytes_.resize(n);
+      bytes_.erase(n);
     } else {
       bytes_.assign(text, n);
     }
