@@ -453,14 +453,19 @@ std::size_t BinaryReader::readBlobBytes(NOXPBlob& blob, std::size_t n) {
   return got;
 }
 
-bool BinaryReader::readBlobInPlace(std::string_view& view) {
-  if (!frame_ || stream_ != frame_.get()) return false;
+std::string_view BinaryReader::takeBlobsInPlace(int n, int& taken) {
+  taken = 0;
+  if (!frame_ || stream_ != frame_.get()) return {};
   frame_->own();
-  return takeBlob(view);
+  const char* const begin = memory_->buffer_ + memory_->position_;
+  for (std::string_view content; taken < n && takeBlob(content);) ++taken;
+  return {begin, static_cast<std::size_t>(memory_->buffer_ + memory_->position_ - begin)};
 }
 
-std::shared_ptr<const void> BinaryReader::shareFrame() const {
-  return frame_ && stream_ == frame_.get() ? frame_ : nullptr;
+std::shared_ptr<const void> BinaryReader::shareFrame() {
+  if (!frame_ || stream_ != frame_.get()) return nullptr;
+  frame_->own();
+  return frame_;
 }
 
 Serializable* BinaryReader::readObject(Serializable* expected) {

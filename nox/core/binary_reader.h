@@ -56,13 +56,14 @@ public:
   /// a new object that the caller owns. Null for the null object (`expected` then stays as it is).
   Serializable* readObject(Serializable* expected);
 
-  /// For payloads that keep their bytes where they arrived: reads a blob as `process(NOXPBlob*)`
-  /// does, but only says where it lies. False, with nothing read, outside a frame and when what
-  /// comes is no plain blob; then read it the ordinary way. `view` is valid while `shareFrame()` is
-  /// held.
-  bool readBlobInPlace(std::string_view& view);
-  /// A share of the frame that is being read, so that views into it outlive it; null outside one.
-  std::shared_ptr<const void> shareFrame() const;
+  /// For payloads that keep their bytes where they arrived: steps past up to `n` blobs that stand
+  /// one after the other in the frame, as long as they are plain (not null, not malformed), says in
+  /// `taken` how many there were and returns their encoded bytes. What comes then is read the
+  /// ordinary way. The bytes are valid while `shareFrame()` is held. Outside a frame nothing is
+  /// taken.
+  std::string_view takeBlobsInPlace(int n, int& taken);
+  /// A share of the frame that is being read, so that bytes of it outlive it; null outside one.
+  std::shared_ptr<const void> shareFrame();
 
 protected:
   void checkEndOfObjectMarker() override;

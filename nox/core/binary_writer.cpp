@@ -126,6 +126,11 @@ void BinaryWriter::sendInt(int value) {
   out_->commit(4);
 }
 
+void BinaryWriter::writeEncoded(std::string_view bytes) {
+  copyBytes(out_->reserve(bytes.size()), bytes.data(), bytes.size());
+  out_->commit(bytes.size());
+}
+
 void BinaryWriter::write(int value) {
   putInt(out_->reserve(kMarkedInt), value);
   out_->commit(kMarkedInt);

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <memory>
+#include <string_view>
 
 #include "nox/core/object_writer.h"
 #include "nox/io/buffered_out_stream.h"
@@ -39,6 +40,9 @@ public:
   /// Aims the writer at another stream and drops what was gathered.
   void setOutStream(OutStream* os) override;
   OutStream* getOutStream() override;
+
+  /// Adds bytes that are already in the binary format, for payloads that keep them so.
+  void writeEncoded(std::string_view bytes);
 
 protected:
   void writeNullRoot() override;

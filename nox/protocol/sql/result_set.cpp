@@ -1,0 +1,163 @@
+#include "nox/protocol/sql/result_set.h"
+
+#include <algorithm>
+#include <cstdint>
+#include <typeinfo>
+#include <utility>
+
+#include "nox/core/archive.h"
+#include "nox/core/binary_reader.h"
+#include "nox/diag/file_loggers.h"
+
+namespace nox::noxp::sql {
+
+namespace {
+
+constexpr int kCurrentRowOnly = 1;  // the cursor type that keeps no row but the current one
+
+// Room that is made before the rows are seen; a count from the peer is only a claim.
+constexpr int kRowsReserved = 1024;
+
+}  // namespace
+
+ResultSetProt::~ResultSetProt() { dropContinuation(); }
+
+/// One batch after the other: a chain may be longer than the stack is deep.
+void ResultSetProt::dropContinuation() {
+  active_ = this;
+  std::unique_ptr<ResultSetProt> set = std::move(continuation_);
+  while (set) set = std::move(set->continuation_);
+}
+
+RowProt* ResultSetProt::nextOfThisBatch() {
+  if (statement_ && statement_->getCursorType() == kCurrentRowOnly && currentRow_ > 0 &&
+      currentRow_ <= rows_.size()) {
+    rows_[currentRow_ - 1].reset();
+  }
+  if (currentRow_ >= numberOfRows_ || currentRow_ >= rows_.size()) return nullptr;
+  return rows_[currentRow_++].get();
+}
+
+bool ResultSetProt::mayContinue() const {
+  if (!statement_ || written_) return false;
+  return numberOfRows_ == 0 || static_cast<std::uint64_t>(numberOfRows_) ==
+                                   static_cast<std::uint64_t>(statement_->getFetchSize());
+}
+
+void ResultSetProt::fetchContinuation(ResultSetProt& first) {
+  ResultSetProt* const fetched = statement_->fetchNextResultSet();
+  // A set of this very chain is no continuation of it, and stays whose it is.
+  if (!fetched || fetched == this || fetched == &first || fetched->chained_) return;
+  fetched->chained_ = true;
+  continuation_.reset(fetched);
+}
+
+RowProt* ResultSetProt::next() {
+  for (;;) {
+    ResultSetProt* const set = active_;
+    if (set != this && typeid(*set) != typeid(ResultSetProt)) return set->next();
+    if (RowProt* const row = set->nextOfThisBatch()) return row;
+    if (!set->continuation_ && set->mayContinue()) set->fetchContinuation(*this);
+    if (!set->continuation_) return nullptr;
+    active_ = set->continuation_.get();
+  }
+}
+
+ResultSetMetaDataProt* ResultSetProt::getMetaData() {
+  if (!metaData_ && statement_) metaData_ = statement_->getResultSetMetaData();
+  return metaData_;
+}
+
+unsigned long ResultSetProt::getNumTotalRows() const {
+  std::uint32_t total = 0;
+  for (const ResultSetProt* set = this; set; set = set->continuation_.get()) {
+    total += set->numberOfRows_;
+  }
+  return total;
+}
+
+void ResultSetProt::deleteRows() {
+  rows_.clear();
+  numberOfRows_ = 0;
+  currentRow_ = 0;
+  frame_.reset();
+}
+
+void ResultSetProt::addRow(RowProt* row) {
+  if (!row) return;
+  std::unique_ptr<RowProt> taken(row);
+  rows_.push_back(std::move(taken));
+  ++numberOfRows_;
+  written_ = false;
+}
+
+Archive& ResultSetProt::serialize(Archive& ar, unsigned int /*version*/) {
+  if (ar.isWriting()) {
+    write(ar);
+  } else {
+    read(ar);
+  }
+  NOX_LOG(filelog::info) << "FETCH " << static_cast<long>(numberOfRows_) << " row(s)" << EndLog();
+  return ar;
+}
+
+/// Takes a row that `next()` returned out of the batch that holds it. A row that no batch holds was
+/// made by an overriding `next()` and is the caller's to delete as well.
+std::unique_ptr<RowProt> ResultSetProt::detach(RowProt* row) {
+  const auto release = [row](ResultSetProt* set) {
+    if (set->currentRow_ == 0 || set->currentRow_ > set->rows_.size()) return false;
+    std::unique_ptr<RowProt>& last = set->rows_[set->currentRow_ - 1];
+    if (last.get() != row) return false;
+    static_cast<void>(last.release());
+    return true;
+  };
+  if (!release(active_)) {
+    for (ResultSetProt* set = this; set && !release(set); set = set->continuation_.get()) {
+    }
+  }
+  return std::unique_ptr<RowProt>(row);
+}
+
+// Deliberate: rows are written without a name and read under one.
+void ResultSetProt::write(Archive& ar) {
+  Rows pulled;
+  if (rows_.size() > currentRow_) pulled.reserve(rows_.size() - currentRow_);
+  while (RowProt* const row = next()) pulled.push_back(detach(row));
+
+  int count = static_cast<int>(pulled.size());
+  numberOfRows_ = static_cast<unsigned int>(count);
+  currentRow_ = numberOfRows_;
+  rows_.clear();
+  written_ = true;
+  ar.process(count, "numberOfRows");
+  for (std::unique_ptr<RowProt>& row : pulled) {
+    ar& static_cast<Serializable*>(row.get());
+    row.reset();
+  }
+}
+
+void ResultSetProt::read(Archive& ar) {
+  deleteRows();
+  dropContinuation();
+  written_ = false;
+  int count = 0;
+  ar.process(count, "numberOfRows");
+
+  struct Reading {
+    ResultSetProt& set;
+    ~Reading() { set.frameReader_ = nullptr; }
+  };
+  const Reading reading{*this};
+  frameReader_ = dynamic_cast<BinaryReader*>(ar.getReader());
+  if (frameReader_) frame_ = frameReader_->shareFrame();
+
+  if (count > 0) rows_.reserve(static_cast<std::size_t>(std::min(count, kRowsReserved)));
+  for (int i = 0; i < count; ++i) {
+    auto row = std::make_unique<RowProt>(this);
+    ar.process(static_cast<Serializable*>(row.get()), "row");
+    rows_.push_back(std::move(row));
+    ++numberOfRows_;
+  }
+}
+
+}  // namespace nox::noxp::sql
