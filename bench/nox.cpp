@@ -10,97 +10,44 @@
 #include "nox/core/binary_writer.h"
 #include "nox/core/memory_streams.h"
 #include "nox/core/object_factory.h"
-#include "nox/core/owned.h"
-#include "nox/protocol/message.h"
+#include "nox/protocol/remote/record_requests.h"
+#include "nox/protocol/remote/select_list.h"
+#include "nox/text/blob.h"
+#include "nox/text/pstring.h"
 
 namespace nox::bench {
 
 namespace {
 
-class ReadRecordMessage : public Request<ReadRecordMessage, TypeCode::ReadRecordRequest> {
-public:
-  ReadRecordMessage() = default;
-  explicit ReadRecordMessage(const ReadRecord& from)
-      : mode_(from.mode),
-        fileName_(CopiedString(from.fileName.c_str())),
-        recordId_(CopiedString(from.recordId.c_str())) {}
+using noxp::remote::ReadRecordRequestProt;
+using noxp::remote::SelectListProt;
+using noxp::remote::WriteRecordRequestProt;
 
-  int getMode() const { return mode_; }
-  NOXPString* getFileName() const { return fileName_.get(); }
-  NOXPString* getRecordId() const { return recordId_.get(); }
-
-  Archive& serialize(Archive& ar, unsigned int /*version*/) override {
-    return ar.process(mode_, "readMode")
-        .process(fileName_, "_fileName")
-        .process(recordId_, "_recordId");
+std::unique_ptr<ReadRecordRequestProt> makeMessage(const ReadRecord& from) {
+  return std::make_unique<ReadRecordRequestProt>(from.mode, from.fileName.c_str(),
+                                                 from.recordId.c_str());
+}
+std::unique_ptr<WriteRecordRequestProt> makeMessage(const WriteRecord& from) {
+  const NOXPString fileName(from.fileName);
+  const NOXPString recordId(from.recordId);
+  const NOXPBlob record(from.record.data(), from.record.size());
+  return std::make_unique<WriteRecordRequestProt>(from.mode, &fileName, &recordId, &record);
+}
+std::unique_ptr<SelectListProt> makeMessage(const KeyList& from) {
+  NOXPBlob keys;
+  for (const std::string& key : from.keys) {
+    keys.append(key.data(), key.size());
+    keys.append("\xFE");
   }
-
-private:
-  int mode_ = 0;
-  OwnedString fileName_;
-  OwnedString recordId_;
-};
-
-class WriteRecordMessage : public Request<WriteRecordMessage, TypeCode::WriteRecordRequest> {
-public:
-  WriteRecordMessage() = default;
-  explicit WriteRecordMessage(const WriteRecord& from)
-      : mode_(from.mode),
-        fileName_(CopiedString(from.fileName.c_str())),
-        recordId_(CopiedString(from.recordId.c_str())) {
-    record_->assign(from.record.data(), from.record.size());
-  }
-
-  int getMode() const { return mode_; }
-  NOXPString* getFileName() const { return fileName_.get(); }
-  NOXPString* getRecordId() const { return recordId_.get(); }
-  NOXPBlob* getRecord() const { return record_.get(); }
-
-  Archive& serialize(Archive& ar, unsigned int /*version*/) override {
-    return ar.process(mode_, "writeMode")
-        .process(fileName_, "_fileName")
-        .process(recordId_, "_recordId")
-        .process(record_, "_record");
-  }
-
-private:
-  int mode_ = 0;
-  OwnedString fileName_;
-  OwnedString recordId_;
-  OwnedBlob record_;
-};
-
-class KeyListMessage : public Payload<KeyListMessage, TypeCode::SelectList> {
-public:
-  KeyListMessage() = default;
-  explicit KeyListMessage(const KeyList& from) : keys_(from.keys) {}
-
-  const std::vector<std::string>& getKeys() const { return keys_; }
-
-  Archive& serialize(Archive& ar, unsigned int /*version*/) override {
-    int id = 0;
-    int numKeys = static_cast<int>(keys_.size());
-    int hasRecords = 0;
-    ar.process(id, "id").process(numKeys, "numKeys");
-    if (ar.isWriting()) {
-      for (std::string& key : keys_) ar& key;
-    } else {
-      keys_.clear();
-      for (int i = 0; i < numKeys; ++i) ar.process(keys_.emplace_back(), "key");
-    }
-    return ar.process(hasRecords, "hasRecords");
-  }
-
-private:
-  std::vector<std::string> keys_;
-};
+  return std::make_unique<SelectListProt>(&keys);
+}
 
 class Factory : public ObjectFactory {
 public:
   Factory() {
-    add<ReadRecordMessage>("ReadRecordRequest");
-    add<WriteRecordMessage>("WriteRecordRequest");
-    add<KeyListMessage>("SelectList");
+    add<ReadRecordRequestProt>("ReadRecordRequest");
+    add<WriteRecordRequestProt>("WriteRecordRequest");
+    add<SelectListProt>("SelectList");
   }
   Serializable* create() override { return new Factory; }
 };
@@ -111,22 +58,22 @@ void visitText(NOXPString* text, Visitor& visit) {
 }
 
 template <class Visitor>
-void visitAll(const ReadRecordMessage& message, Visitor& visit) {
-  visit(message.getMode());
+void visitAll(ReadRecordRequestProt& message, Visitor& visit) {
+  visit(message.getReadMode());
   visitText(message.getFileName(), visit);
   visitText(message.getRecordId(), visit);
 }
 template <class Visitor>
-void visitAll(const WriteRecordMessage& message, Visitor& visit) {
-  visit(message.getMode());
+void visitAll(WriteRecordRequestProt& message, Visitor& visit) {
+  visit(message.getWriteMode());
   visitText(message.getFileName(), visit);
   visitText(message.getRecordId(), visit);
   const NOXPBlob& record = *message.getRecord();
   visit(std::string_view(reinterpret_cast<const char*>(record.getBuf()), record.length()));
 }
 template <class Visitor>
-void visitAll(const KeyListMessage& message, Visitor& visit) {
-  for (const std::string& key : message.getKeys()) visit(std::string_view(key));
+void visitAll(SelectListProt& list, Visitor& visit) {
+  while (list.next()) visit(std::string_view(list.getKey()));
 }
 
 /// Keeps the last frame, so that it can be read back. While nothing asks for it, it takes frames as
@@ -187,10 +134,10 @@ template <class Message, class Source>
 class NoxCodec {
 public:
   template <class Object>
-  explicit NoxCodec(const Object& source) : message_(source) {}
+  explicit NoxCodec(const Object& source) : message_(makeMessage(source)) {}
 
   std::size_t encode() {
-    writer_.writeRoot(message_);
+    writer_.writeRoot(*message_);
     return sink_.frame().size();
   }
 
@@ -198,12 +145,12 @@ public:
   void decode(Visitor& visit) {
     source_.open(sink_.frame());
     const std::unique_ptr<Serializable> object(reader_.readRootObject());
-    visitAll(static_cast<const Message&>(*object), visit);
+    visitAll(static_cast<Message&>(*object), visit);
   }
 
 private:
   Factory factory_;
-  Message message_;
+  const std::unique_ptr<Message> message_;
   Sink sink_;
   BinaryWriter writer_{&sink_};
   Source source_;
@@ -212,10 +159,10 @@ private:
 
 template <class Source>
 void add(Suite& suite, const char* name) {
-  suite.add<NoxCodec<ReadRecordMessage, Source>>("W1", name, suite.data().w1);
-  suite.add<NoxCodec<WriteRecordMessage, Source>>("W2", name, suite.data().w2);
-  suite.add<NoxCodec<WriteRecordMessage, Source>>("W2b", name, suite.data().w2b);
-  suite.add<NoxCodec<KeyListMessage, Source>>("W4", name, suite.data().w4);
+  suite.add<NoxCodec<ReadRecordRequestProt, Source>>("W1", name, suite.data().w1);
+  suite.add<NoxCodec<WriteRecordRequestProt, Source>>("W2", name, suite.data().w2);
+  suite.add<NoxCodec<WriteRecordRequestProt, Source>>("W2b", name, suite.data().w2b);
+  suite.add<NoxCodec<SelectListProt, Source>>("W4", name, suite.data().w4);
 }
 
 }  // namespace
