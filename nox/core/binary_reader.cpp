@@ -169,12 +169,14 @@ private:
 /// exception passes, the frame stays current and the connection is forgotten.
 class BinaryReader::FrameGuard {
 public:
-  FrameGuard(BinaryReader& reader, std::shared_ptr<FrameStream> spent)
-      : reader_(reader),
-        connection_(reader.stream_),
-        connectionMemory_(reader.memory_),
-        spent_(std::move(spent)) {
-    if (!spent_) reader_.savedStream_ = connection_;
+  FrameGuard(BinaryReader& reader, std::shared_ptr<FrameStream> frame, bool spent)
+      : reader_(reader), connection_(reader.stream_), connectionMemory_(reader.memory_) {
+    if (spent) {
+      spent_ = std::move(reader_.frame_);
+    } else {
+      reader_.savedStream_ = connection_;
+    }
+    reader_.frame_ = std::move(frame);
     reader_.stream_ = reader_.frame_.get();
     reader_.memory_ = reader_.frame_.get();
   }
@@ -231,6 +233,7 @@ void BinaryReader::useStream(InputStream* stream) {
   const bool plainMemory = stream && (typeid(*stream) == typeid(MemoryBufferInputStream) ||
                                       typeid(*stream) == typeid(FrameStream));
   memory_ = plainMemory ? static_cast<MemoryBufferInputStream*>(stream) : nullptr;
+  if (memory_ && !memory_->buffer_) memory_ = nullptr;  // whatever its length says
 }
 
 void BinaryReader::setInputStream(InputStream* stream) {
@@ -315,7 +318,7 @@ bool BinaryReader::takeBlob(std::string_view& content) {
   const char* const head = peek(kBlobHead);
   if (!head || head[0] != kBlobPrefix || head[1] != kByteArrayPrefix) return false;
   const std::size_t n = static_cast<std::uint32_t>(loadBigEndian32(head + 2));
-  if (remaining() - kBlobHead < n + 2 || remaining() < kBlobHead) return false;
+  if (remaining() - kBlobHead < n + 2) return false;
   const char* const body = head + kBlobHead;
   if (body[n] != kEndOfEntity || body[n + 1] != kEndOfEntity) return false;
   content = std::string_view(body, n);
@@ -526,12 +529,14 @@ Serializable* BinaryReader::readFrame(int length) {
   // The length counts '[', which is read already. Below 1 it cannot be true: the body is then taken
   // as empty, and the object is missed where it should begin.
   const std::size_t n = length > 1 ? static_cast<std::size_t>(length) - 1 : 0;
-  std::shared_ptr<FrameStream> spent;
-  if (frame_ && stream_ == frame_.get()) spent = frame_;
-  if (!frame_ || frame_.use_count() > 1) frame_ = std::make_shared<FrameStream>();
+  // Until the body is complete the reader keeps the stream it is on, be it a left-over frame: an
+  // exception leaves it there.
+  const bool spent = frame_ && stream_ == frame_.get();
+  std::shared_ptr<FrameStream> frame = !spent && frame_ && frame_.use_count() == 1
+                                           ? std::move(frame_)
+                                           : std::make_shared<FrameStream>();
 
   std::size_t received;
-  bool closed;  // whether the frame's last byte is ']'
   std::string_view body;
   if (memory_) {
     // The bytes are at hand: they are read where they lie.
@@ -539,21 +544,20 @@ Serializable* BinaryReader::readFrame(int length) {
     char* const bytes = memory_->buffer_ + memory_->position_;
     skip(received);
     body = std::string_view(bytes, received);
-    frame_->readBorrowed(bytes, received);
+    frame->readBorrowed(bytes, received);
   } else {
-    received = receiveBody(n);
-    frame_->readBlock(received);
-    body = std::string_view(frame_->getBuffer(), received);
+    received = receiveBody(*frame, n);
+    frame->readBlock(received);
+    body = std::string_view(frame->getBuffer(), received);
   }
   if (received != n || length < 1) {
     NOX_LOG(filelog::warning) << "Corrupted data. " << EndLog();
   }
   // Of a frame that came short the last byte is missing, whatever its last byte here is.
   const int last = received == n && n > 0 ? static_cast<unsigned char>(body[n - 1]) : 0;
-  closed = last == kEndOfRootObject;
-  if (inflateBody(body)) closed = true;
+  const bool closed = inflateBody(*frame, body) || last == kEndOfRootObject;
 
-  FrameGuard guard(*this, std::move(spent));
+  FrameGuard guard(*this, std::move(frame), spent);
   std::unique_ptr<Serializable> root(readObject(nullptr));
   if (!closed) unexpectedEndOfRoot(last);
   guard.done();
@@ -563,11 +567,11 @@ Serializable* BinaryReader::readFrame(int length) {
 
 /// Reads up to `n` bytes of the frame into its block, which grows as they arrive, and returns how
 /// many came.
-std::size_t BinaryReader::receiveBody(std::size_t n) {
+std::size_t BinaryReader::receiveBody(FrameStream& frame, std::size_t n) {
   std::size_t got = 0;
   for (std::size_t step = kFirstChunk; got < n; step *= 2) {
     const std::size_t chunk = std::min(n - got, step);
-    char* const block = frame_->block(got + chunk, got);
+    char* const block = frame.block(got + chunk, got);
     const std::int64_t count = stream_->readMax(block + got, static_cast<int>(chunk));
     if (count > 0) got += std::min(static_cast<std::size_t>(count), chunk);
     if (count != static_cast<std::int64_t>(chunk)) break;
@@ -577,7 +581,7 @@ std::size_t BinaryReader::receiveBody(std::size_t n) {
 
 /// Inflates a compressed body and aims the frame at the result, closed by ']'. False for a plain
 /// one.
-bool BinaryReader::inflateBody(std::string_view body) {
+bool BinaryReader::inflateBody(FrameStream& frame, std::string_view body) {
   if (body.size() < kSmallestCompressedBody ||
       std::memcmp(body.data(), kCompressedMarker, sizeof kCompressedMarker) != 0) {
     return false;
@@ -586,13 +590,13 @@ bool BinaryReader::inflateBody(std::string_view body) {
   const std::string_view member =
       body.substr(sizeof kCompressedMarker, body.size() - sizeof kCompressedMarker - 1);
   try {
-    GZipCompressor::uncompressTo(member.data(), member.size(), frame_->inflated());
+    GZipCompressor::uncompressTo(member.data(), member.size(), frame.inflated());
   } catch (const GZipCompressor::Error& error) {
     NOX_LOG(filelog::error) << "GZIP: " << error.what() << EndLog();
     throw CompressionError(std::string("Root object compression error: ") + error.what());
   }
-  frame_->inflated().push_back(kEndOfRootObject);
-  frame_->readInflated();
+  frame.inflated().push_back(kEndOfRootObject);
+  frame.readInflated();
   return true;
 }
 

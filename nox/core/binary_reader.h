@@ -80,8 +80,8 @@ private:
 
   void useStream(InputStream* stream);
   Serializable* readFrame(int length);
-  std::size_t receiveBody(std::size_t n);
-  bool inflateBody(std::string_view body);
+  std::size_t receiveBody(FrameStream& frame, std::size_t n);
+  bool inflateBody(FrameStream& frame, std::string_view body);
   noxp::RequestProt* readHttpRequest(unsigned int length, int c);
 
   /// The next `n` bytes when the current stream is memory and holds them, else null.

@@ -2,10 +2,14 @@
 // pointers to new objects, which the catcher deletes; the others are thrown by value. A caller that
 // wants all of them writes four handlers:
 //
-//   catch (nox::NOXException* thrown) { const std::unique_ptr<nox::NOXException> error(thrown); ...
-//   } catch (const nox::NOXException& error) { ... } catch (nox::NONE* thrown) { const
-//   std::unique_ptr<nox::NONE> marker(thrown); ... } catch (nox::LAST* thrown) { const
-//   std::unique_ptr<nox::LAST> marker(thrown); ... }
+//   catch (nox::NOXException* thrown) {
+//     const std::unique_ptr<nox::NOXException> error(thrown);
+//   } catch (const nox::NOXException& error) {
+//   } catch (nox::NONE* thrown) {
+//     const std::unique_ptr<nox::NONE> marker(thrown);
+//   } catch (nox::LAST* thrown) {
+//     const std::unique_ptr<nox::LAST> marker(thrown);
+//   }
 #pragma once
 
 #include <stdexcept>

@@ -38,6 +38,8 @@ constexpr std::uint64_t kRatioSlack = 64;
 constexpr std::size_t kFirstRoom = 64 * 1024;
 constexpr std::size_t kFirstRatio = 8;
 
+constexpr std::size_t kLongestErrorText = 63;
+
 // The working memory of zlib (268 KiB to compress, 40 KiB to inflate) is kept per thread: a reset
 // stream produces the bytes a new one does.
 class DeflateStream {
@@ -154,7 +156,9 @@ const char* GZipCompressor::Error::what() const noexcept {
   // Deliberate: one text for all errors of the thread; see the declaration.
   thread_local std::string shared;
   try {
-    shared = text();
+    // Assigned in place, so that pointers handed out before stay valid.
+    shared.reserve(kLongestErrorText);
+    shared.assign(text().c_str());
     return shared.c_str();
   } catch (const std::bad_alloc&) {
     return "GZIP error";
@@ -174,7 +178,7 @@ std::string GZipCompressor::ZLibError::text() const {
 GZipCompressor::CrcError::~CrcError() = default;
 
 std::string GZipCompressor::CrcError::text() const {
-  char text[64];
+  char text[kLongestErrorText + 1];
   std::snprintf(text, sizeof text, "CRC error, must be %08X but actual value is %08X", expected_,
                 actual_);
   return text;

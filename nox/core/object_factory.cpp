@@ -14,6 +14,12 @@ namespace {
 
 bool inRange(int type) { return type >= 0 && type < ObjectFactory::kCapacity; }
 
+[[noreturn]] void throwNotRegistered(int type) {
+  NOX_LOG(filelog::error) << "ObjectFactory::createObject: type " << static_cast<long>(type)
+                          << " not registered." << EndLog();
+  throw new UnknownType(type);
+}
+
 }  // namespace
 
 ObjectFactory::ObjectFactory() = default;
@@ -77,16 +83,14 @@ Serializable* ObjectFactory::createObject(int type) {
     throw new UnknownType(type);
   }
   Serializable* prototype = prototypes_[type].get();
-  if (!prototype) {
-    NOX_LOG(filelog::error) << "ObjectFactory::createObject: type " << static_cast<long>(type)
-                            << " not registered." << EndLog();
-    throw new UnknownType(type);
-  }
+  if (!prototype) throwNotRegistered(type);
   NOX_LOG(filelog::debug) << "ObjectFactory::createObject: creating " << typeNames_[type] << "("
                           << static_cast<long>(type)
                           << "), version: " << static_cast<long>(prototype->getVersion())
                           << EndLog();
-  return prototype->create();
+  Serializable* object = prototype->create();
+  if (!object) throwNotRegistered(type);
+  return object;
 }
 
 void ObjectFactory::registerType(Serializable* prototype, const char* name) {

@@ -31,7 +31,7 @@ public:
   unsigned int getVersion() override;
 
   /// A new default instance of the class registered for `type`, owned by the caller. Throws
-  /// `new UnknownType(type)` when there is none.
+  /// `new UnknownType(type)` when there is none, or when the class makes none.
   virtual Serializable* createObject(int type);
   /// Registers `prototype` under its own type code and takes it over; `name` must be a literal, it
   /// is kept by address. Throws `new DuplicateType` when the code is taken and `new UnknownType`

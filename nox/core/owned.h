@@ -2,8 +2,8 @@
 //
 //   in a signature   what happens to the pointer                               held in
 //   Copied<T>        copied; the caller keeps its own                          Owned<T>
-//   Adopted<T>       taken over and deleted by the message; null allowed       Owned<T>,
-//   MaybeOwned<T> Borrowed<T>      stays the caller's and must outlive the message MaybeOwned<T>
+//   Adopted<T>       taken over and deleted by the message; null allowed       Owned, MaybeOwned
+//   Borrowed<T>      stays the caller's and must outlive the message           MaybeOwned<T>
 //
 // Strings and blobs lie inside the field itself, so that a message that is read costs one
 // allocation. Other types live on the heap. A getter's pointer is valid while the message lives.

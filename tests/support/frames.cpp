@@ -6,6 +6,7 @@
 
 #include "nox/core/big_endian.h"
 #include "nox/core/exceptions.h"
+#include "tests/support/allocation_counter.h"
 
 namespace nox::test {
 
@@ -51,17 +52,23 @@ std::string outcomeOf(std::string_view frame, ObjectFactory& factory) {
 }
 
 void expectSurvivesDamage(const std::string& frame, ObjectFactory& factory) {
+  // What deflate could have made of the frame, and the fixed sizes of objects.
+  const std::size_t ceiling = 1100 * frame.size() + (std::size_t{1} << 20);
   for (std::size_t n = 0; n < frame.size(); ++n) {
     // A block of exactly this size, so that a read behind it is seen by the sanitizer.
     const std::unique_ptr<char[]> cut(new char[n + 1]);
     frame.copy(cut.get(), n);
+    const AllocationScope scope;
     const std::string outcome = outcomeOf(std::string_view(cut.get(), n), factory);
+    EXPECT_LT(scope.bytes(), ceiling) << "cut to " << n << " bytes";
     EXPECT_NE(outcome, "object") << "cut to " << n << " bytes";
   }
   for (std::size_t bit = 0; bit < frame.size() * 8; ++bit) {
     std::string flipped = frame;
     flipped[bit / 8] = static_cast<char>(flipped[bit / 8] ^ (1 << bit % 8));
+    const AllocationScope scope;
     EXPECT_NE(outcomeOf(flipped, factory), "") << "bit " << bit << " flipped";
+    EXPECT_LT(scope.bytes(), ceiling) << "bit " << bit << " flipped";
   }
 }
 

@@ -50,7 +50,8 @@ std::unique_ptr<Message> roundTrip(Message& message) {
 /// thrown. For inputs whose only duty is to end clearly.
 std::string outcomeOf(std::string_view frame, ObjectFactory& factory);
 
-/// Every truncation of `frame`, and every single bit of it flipped, must end in an outcome.
+/// Every truncation of `frame`, and every single bit of it flipped, must end in an outcome, and
+/// without allocating more than the frame's bytes justify.
 void expectSurvivesDamage(const std::string& frame, ObjectFactory& factory);
 
 }  // namespace nox::test
