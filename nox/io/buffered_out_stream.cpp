@@ -1,5 +1,6 @@
 #include "nox/io/buffered_out_stream.h"
 
+#include <algorithm>
 #include <cstdlib>
 #include <cstring>
 #include <limits>
@@ -11,6 +12,16 @@
 #include "nox/diag/file_loggers.h"
 
 namespace nox {
+
+namespace {
+
+[[noreturn]] void failToGrow(std::size_t size) {
+  NOX_LOG(filelog::error) << "BufferedOutStream could not resize buffer (size="
+                          << static_cast<long>(size) << ")" << EndLog();
+  throw std::bad_alloc();
+}
+
+}  // namespace
 
 BufferedOutStream::BufferedOutStream(OutStream* os, bool owner)
     : target_(os), data_(inline_ + kLengthSize), end_(data_), limit_(inline_ + kInlineSize) {
@@ -65,19 +76,16 @@ void BufferedOutStream::send(const char* data, std::size_t n) {
 
 void BufferedOutStream::growFor(std::size_t n) {
   const std::size_t length = getLength();
-  if (n > kMaxContent || length > kMaxContent - n) {
-    NOX_LOG(filelog::error) << "BufferedOutStream could not resize buffer (size="
-                            << static_cast<long>(length + n + kLengthSize) << ")" << EndLog();
-    throw std::bad_alloc();
-  }
   const std::size_t needed = length + n + kLengthSize;
+  const std::size_t newSize = needed + static_cast<std::size_t>(resizeStep_);
+  if (n > kMaxContent || length > kMaxContent - n) failToGrow(newSize);
   if (capacity_ >= needed) {
     // The block is large enough but shared, or was until now.
     if (shared()) moveTo(capacity_);
-    limit_ = data_ - kLengthSize + capacity_;
+    limit_ = data_ + std::min(capacity_ - kLengthSize, kMaxContent);
     return;
   }
-  moveTo(needed + static_cast<std::size_t>(resizeStep_));
+  moveTo(newSize);
   // The slack doubles with each growth, so that repeated large messages settle on one block.
   constexpr int kLargestStep = std::numeric_limits<int>::max();
   resizeStep_ = resizeStep_ > kLargestStep / 2 ? kLargestStep : resizeStep_ * 2;
@@ -85,11 +93,7 @@ void BufferedOutStream::growFor(std::size_t n) {
 
 void BufferedOutStream::moveTo(std::size_t blockSize) {
   char* const begin = static_cast<char*>(std::malloc(blockSize));
-  if (!begin) {
-    NOX_LOG(filelog::error) << "BufferedOutStream could not resize buffer (size="
-                            << static_cast<long>(blockSize) << ")" << EndLog();
-    throw std::bad_alloc();
-  }
+  if (!begin) failToGrow(blockSize);
   std::shared_ptr<char> block(begin, [](char* old) { std::free(old); });
   const std::size_t length = getLength();
   std::memcpy(begin + kLengthSize, data_, length);
@@ -97,7 +101,8 @@ void BufferedOutStream::moveTo(std::size_t blockSize) {
   capacity_ = blockSize;
   data_ = begin + kLengthSize;
   end_ = data_ + length;
-  limit_ = begin + blockSize;
+  // The slack of a huge block is no room for content.
+  limit_ = data_ + std::min(blockSize - kLengthSize, kMaxContent);
 }
 
 void BufferedOutStream::discard() {

@@ -9,8 +9,8 @@
 namespace nox {
 
 /// A frame is a 4-byte big-endian length and that many bytes of content. Content of up to 10,236
-/// bytes lies inside the object; a grown block is kept for the next frames. One thread at a time.
-/// Content that is not flushed is lost with the stream.
+/// bytes lies inside the object; a grown block is kept for the next frames. Content that is not
+/// flushed is lost with the stream. One thread at a time, for a stream together with its copies.
 ///
 /// Copies see the same content: the inline store is copied, a grown block is shared until one of
 /// the holders changes it, and so is an owned target.
