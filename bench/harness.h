@@ -11,6 +11,7 @@
 #include <memory>
 #include <string>
 #include <string_view>
+#include <type_traits>
 #include <vector>
 
 #include "bench/workloads.h"
@@ -54,12 +55,18 @@ struct Case {
   std::string workload;
   std::string operation;  // "encode" or "decode"
   std::string participant;
-  std::size_t messageSize;  // encoded bytes
+  std::size_t messageSize;        // encoded bytes
+  std::function<void()> prepare;  // what one message needs before it, not counted; may be empty
   std::function<void()> once;
   std::function<void(benchmark::State&)> loop;
 
   std::string name() const { return workload + "/" + operation + "/" + participant; }
 };
+
+template <class Codec, class = void>
+constexpr bool kPrepares = false;
+template <class Codec>
+constexpr bool kPrepares<Codec, std::void_t<decltype(&Codec::prepare)>> = true;
 
 /// Collects the cases of all participants.
 ///
@@ -70,6 +77,7 @@ struct Case {
 ///     template <class Visitor>
 ///     void decode(Visitor& visit);           // those bytes into a new owning object, every value
 ///                                            // visited, the object destroyed
+///     void prepare();                        // optional: before each encode, not counted
 ///
 /// A decoded object is always a new one on the heap, since that is what a reader of messages hands
 /// to a program; what else lives as long as a connection (buffers, streams, writers) is kept.
@@ -90,14 +98,18 @@ public:
   template <class Codec, class Object>
   void add(const std::string& workload, const std::string& participant, const Object& source) {
     const auto codec = std::make_shared<Codec>(source);
-    const std::size_t size = codec->encode();
     Digest expected;
     visitAll(source, expected);
-    Digest found;
-    codec->decode(found);
-    if (found.sum() != expected.sum()) {
-      std::cerr << participant << " does not give back what it was given in " << workload << "\n";
-      std::exit(1);
+    std::size_t size = 0;
+    for (int i = 0; i < 2; ++i) {  // the second message uses what the first one left behind
+      prepareIfNeeded(*codec);
+      size = codec->encode();
+      Digest found;
+      codec->decode(found);
+      if (found.sum() != expected.sum()) {
+        std::cerr << participant << " does not give back what it was given in " << workload << "\n";
+        std::exit(1);
+      }
     }
 
     const auto encode = [codec] { benchmark::DoNotOptimize(codec->encode()); };
@@ -106,24 +118,39 @@ public:
       codec->decode(touch);
       benchmark::DoNotOptimize(touch.sum());
     };
-    add(workload, "encode", participant, size, encode);
-    add(workload, "decode", participant, size, decode);
+    const auto time = [](const auto& body) {
+      return [body](benchmark::State& state) {
+        for (auto _ : state) {
+          body();
+          benchmark::ClobberMemory();
+        }
+      };
+    };
+    if constexpr (kPrepares<Codec>) {
+      const auto timeEncode = [codec, encode](benchmark::State& state) {
+        for (auto _ : state) {
+          state.PauseTiming();
+          codec->prepare();
+          state.ResumeTiming();
+          encode();
+          benchmark::ClobberMemory();
+        }
+      };
+      const auto prepareOne = [codec] { codec->prepare(); };
+      cases_.push_back({workload, "encode", participant, size, prepareOne, encode, timeEncode});
+    } else {
+      cases_.push_back({workload, "encode", participant, size, {}, encode, time(encode)});
+    }
+    cases_.push_back({workload, "decode", participant, size, {}, decode, time(decode)});
   }
 
   const Workloads& data() const { return data_; }
   const std::vector<Case>& cases() const { return cases_; }
 
 private:
-  template <class Body>
-  void add(const std::string& workload, const char* operation, const std::string& participant,
-           std::size_t size, const Body& body) {
-    const auto loop = [body](benchmark::State& state) {
-      for (auto _ : state) {
-        body();
-        benchmark::ClobberMemory();
-      }
-    };
-    cases_.push_back({workload, operation, participant, size, body, loop});
+  template <class Codec>
+  static void prepareIfNeeded(Codec& codec) {
+    if constexpr (kPrepares<Codec>) codec.prepare();
   }
 
   const Workloads& data_;

@@ -1,7 +1,8 @@
 // Ourselves: messages through BinaryWriter and BinaryReader, as a program uses them.
 //
 // "nox" reads from memory, as the peers do. "nox-stream" reads the same frames from a stream that
-// hands them over piece by piece, as a connection does, and so copies them once more.
+// hands them over piece by piece, as a connection does, and so copies them once more. "nox-data"
+// asks the rows of a result set for blobs instead of views.
 #include <algorithm>
 #include <cstring>
 
@@ -12,6 +13,7 @@
 #include "nox/core/object_factory.h"
 #include "nox/protocol/remote/record_requests.h"
 #include "nox/protocol/remote/select_list.h"
+#include "nox/protocol/sql/result_set.h"
 #include "nox/text/blob.h"
 #include "nox/text/pstring.h"
 
@@ -22,6 +24,8 @@ namespace {
 using noxp::remote::ReadRecordRequestProt;
 using noxp::remote::SelectListProt;
 using noxp::remote::WriteRecordRequestProt;
+using noxp::sql::ResultSetProt;
+using noxp::sql::RowProt;
 
 std::unique_ptr<ReadRecordRequestProt> makeMessage(const ReadRecord& from) {
   return std::make_unique<ReadRecordRequestProt>(from.mode, from.fileName.c_str(),
@@ -48,6 +52,8 @@ public:
     add<ReadRecordRequestProt>("ReadRecordRequest");
     add<WriteRecordRequestProt>("WriteRecordRequest");
     add<SelectListProt>("SelectList");
+    add<ResultSetProt>("ResultSet");
+    add<RowProt>("Row");
   }
   Serializable* create() override { return new Factory; }
 };
@@ -55,6 +61,11 @@ public:
 template <class Visitor>
 void visitText(NOXPString* text, Visitor& visit) {
   visit(std::string_view(text->c_str(), text->length()));
+}
+
+template <class Visitor>
+void visitBlob(const NOXPBlob& blob, Visitor& visit) {
+  visit(std::string_view(reinterpret_cast<const char*>(blob.getBuf()), blob.length()));
 }
 
 template <class Visitor>
@@ -68,8 +79,7 @@ void visitAll(WriteRecordRequestProt& message, Visitor& visit) {
   visit(message.getWriteMode());
   visitText(message.getFileName(), visit);
   visitText(message.getRecordId(), visit);
-  const NOXPBlob& record = *message.getRecord();
-  visit(std::string_view(reinterpret_cast<const char*>(record.getBuf()), record.length()));
+  visitBlob(*message.getRecord(), visit);
 }
 template <class Visitor>
 void visitAll(SelectListProt& list, Visitor& visit) {
@@ -157,11 +167,60 @@ private:
   BinaryReader reader_{&factory_, source_.stream()};
 };
 
+/// A set gives its rows away as it is written, and so is filled anew before each message.
+template <class Source, bool blobs>
+class RowsCodec {
+public:
+  explicit RowsCodec(const RowSet& source) : rows_(source) {}
+
+  void prepare() {
+    set_ = std::make_unique<ResultSetProt>();
+    for (const auto& values : rows_.rows) {
+      auto row = std::make_unique<RowProt>(set_.get());
+      for (const std::string& value : values) row->addColumnValue(value);
+      set_->addRow(row.release());
+    }
+  }
+
+  std::size_t encode() {
+    writer_.writeRoot(*set_);
+    return sink_.frame().size();
+  }
+
+  template <class Visitor>
+  void decode(Visitor& visit) {
+    source_.open(sink_.frame());
+    const std::unique_ptr<Serializable> object(reader_.readRootObject());
+    auto& set = static_cast<ResultSetProt&>(*object);
+    while (RowProt* const row = set.next()) {
+      const int count = row->getNumberOfFields();
+      for (int i = 0; i < count; ++i) {
+        if constexpr (blobs) {
+          visitBlob(*row->getColumnValue(i), visit);
+        } else {
+          visit(row->getColumnView(i));
+        }
+      }
+    }
+  }
+
+private:
+  const RowSet& rows_;
+  Factory factory_;
+  std::unique_ptr<ResultSetProt> set_;
+  Sink sink_;
+  BinaryWriter writer_{&sink_};
+  Source source_;
+  BinaryReader reader_{&factory_, source_.stream()};
+};
+
 template <class Source>
 void add(Suite& suite, const char* name) {
   suite.add<NoxCodec<ReadRecordRequestProt, Source>>("W1", name, suite.data().w1);
   suite.add<NoxCodec<WriteRecordRequestProt, Source>>("W2", name, suite.data().w2);
   suite.add<NoxCodec<WriteRecordRequestProt, Source>>("W2b", name, suite.data().w2b);
+  suite.add<RowsCodec<Source, false>>("W3", name, suite.data().w3);
+  suite.add<RowsCodec<Source, false>>("W3x", name, suite.data().w3x);
   suite.add<NoxCodec<SelectListProt, Source>>("W4", name, suite.data().w4);
 }
 
@@ -170,6 +229,8 @@ void add(Suite& suite, const char* name) {
 void addNox(Suite& suite) {
   add<MemorySource>(suite, "nox");
   add<ConnectionSource>(suite, "nox-stream");
+  suite.add<RowsCodec<MemorySource, true>>("W3", "nox-data", suite.data().w3);
+  suite.add<RowsCodec<MemorySource, true>>("W3x", "nox-data", suite.data().w3x);
 }
 
 }  // namespace nox::bench
