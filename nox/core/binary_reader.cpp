@@ -390,7 +390,9 @@ void BinaryReader::readNOXPString(NOXPString* value) {
   if (!value) value = &dropped;
   if constexpr (!kLoggerOutput) {
     std::string_view text;
-    if (takeString(text)) return value->assignNarrow(text.data(), text.size());
+    if (takeString(text)) {
+      return value->assignNarrow(text.data(), text.size(), text.size() + remaining());
+    }
   }
   const int c = BinaryReader::readChar();
   if (c == kObjectPrefix) {
