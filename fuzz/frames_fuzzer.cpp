@@ -1,0 +1,21 @@
+// The frame reader, with one class per kind of field and a few of the library's own.
+#include "fuzz/fuzz_target.h"
+#include "fuzz/page.h"
+#include "fuzz/read_frames.h"
+#include "nox/protocol/common_messages.h"
+#include "nox/protocol/parameter_list.h"
+#include "nox/protocol/sql_ext_error.h"
+#include "nox/protocol/status_replies.h"
+#include "tests/core/samples.h"
+#include "tests/support/frames.h"
+
+int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
+  using namespace nox;
+  static test::Classes<test::Pair, test::Text, test::Bytes, test::Nulls, test::Holder,
+                       test::Anything, test::Everything, test::Ask, fuzz::Page, OKResponseProt,
+                       ErrorResponseProt, SQLExtError, noxp::ACEBinaryFormatParameterListProt,
+                       noxp::common::EchoRequestProt, noxp::common::EchoResponseProt>
+      factory;
+  fuzz::readFrames(data, size, factory);
+  return 0;
+}

@@ -1,0 +1,133 @@
+#!/usr/bin/env python3
+"""Writes the seeds of the fuzz targets into corpus/: a few small inputs each, of which the fuzzers
+make more. Run it after a change; the files are kept in the tree."""
+
+import pathlib
+import struct
+import zlib
+
+CORPUS = pathlib.Path(__file__).parent / "corpus"
+
+
+def seed(target, name, data):
+    directory = CORPUS / target
+    directory.mkdir(parents=True, exist_ok=True)
+    (directory / name).write_bytes(data)
+
+
+def integer(value):
+    return b"I" + struct.pack(">i", value)
+
+
+def string(text):
+    return b"s" + struct.pack(">H", len(text)) + text + b";"
+
+
+def blob(data):
+    return b"jb" + struct.pack(">I", len(data)) + data + b";;"
+
+
+NULL = b"L" + integer(1) + b";"
+
+
+def obj(type_code, *fields, version=0):
+    return b"L" + integer(type_code) + integer(version) + b"".join(fields) + b";"
+
+
+def frame(body):
+    return struct.pack(">I", len(body) + 2) + b"[" + body + b"]"
+
+
+def deflate(data):
+    raw = zlib.compressobj(9, zlib.DEFLATED, -15)
+    return raw.compress(data) + raw.flush()
+
+
+def gzip(data):
+    footer = struct.pack("<II", zlib.crc32(data), len(data))
+    return b"\x1f\x8b\x08\0\0\0\0\0\0\x03" + deflate(data) + footer
+
+
+def frames():
+    pair = obj(3, integer(5), string(b"ab"))
+    everything = obj(16, integer(1), string(b"plain"), string(b"text"), blob(b"\0\xff"),
+                     obj(8, integer(2)), NULL)
+    seed("frames", "pair", frame(pair))
+    seed("frames", "null", frame(NULL))
+    seed("frames", "everything", frame(everything))
+    seed("frames", "nulls", frame(obj(6, string(b"a"), blob(b"b"), pair, integer(1))))
+    seed("frames", "nested", frame(obj(15, obj(15, obj(7, obj(8, integer(3)))))))
+    seed("frames", "compressed", frame(b"GZIP" + gzip(everything)))
+    seed("frames", "two", frame(pair) + frame(NULL))
+    seed("frames", "http", b"GET /index HTTP/1.1\r\nContent-Length: 2\r\n\r\nok")
+    seed("frames", "echo", frame(obj(504, blob(b"echo"))) + frame(obj(505, blob(b"echo"))))
+    error = obj(403, string(b"IE"), string(b"000"), string(b"message"))
+    seed("frames", "error", frame(obj(102, error)))
+    seed("frames", "length-claims-2-gib", b"\x7f\xff\xff\xff[" + NULL + b"]")
+    seed("frames", "blob-claims-4-gib", frame(obj(5, b"jb\xff\xff\xff\xff;;")))
+    seed("frames", "broken-frame-in-a-broken-frame",
+         frame(b"x" + frame(b"GZIP" + gzip(pair)[:-8] + bytes(8)) + frame(pair)))
+
+
+def auth_factory():
+    credentials = obj(111, string(b"user"), string(b"password"))
+    account = obj(112, string(b"user"), string(b"password"), string(b"account"))
+    seed("auth_factory", "inside-itself", frame(obj(15, obj(15, obj(15, NULL)))))
+    seed("auth_factory", "login", frame(obj(15, credentials)))
+    seed("auth_factory", "login-with-properties",
+         frame(obj(15, credentials, obj(103, integer(0)), version=1)))
+    seed("auth_factory", "account", frame(account))
+
+
+def gzips():
+    seed("gzip", "nothing", gzip(b""))
+    seed("gzip", "text", gzip(b"a text, a text, a text"))
+    seed("gzip", "zeros", gzip(bytes(5000)))
+    seed("gzip", "deflate", deflate(b"a text, a text, a text"))
+    seed("gzip", "stored", b"\x01\x02\x00\xfd\xffab")
+    seed("gzip", "false-size", gzip(b"text")[:-4] + b"\xff\xff\xff\xff")
+    seed("gzip", "false-checksum", gzip(b"text")[:-8] + b"\0\0\0\0\4\0\0\0")
+
+
+def http():
+    get = b"GET /index HTTP/1.1\r\nHost: here\r\n\r\n"
+    post = b"POST / HTTP/1.1\r\ncontent-length: 4\r\n\r\nbody"
+    seed("http", "get", b"\0\5" + get)
+    seed("http", "post", b"\0\5" + post)
+    seed("http", "too-large", b"\1\0" + post)
+    seed("http", "two-lengths", b"\0\0" + post.replace(b"\r\n\r\n", b"\r\ncontent-length: -1\r\n\r\n"))
+    seed("http", "huge-length", b"\0\0" + post.replace(b": 4", b": 99999999999999999999"))
+    seed("http", "short-body", b"\0\0" + post.replace(b": 4", b": 999"))
+    seed("http", "no-end", b"\0\3" + get[:-2])
+    seed("http", "line-feeds", b"\0\0" + get.replace(b"\r", b""))
+
+
+def strings():
+    def text(data):
+        return bytes([len(data)]) + data
+
+    def op(code, string_index=0, other=1, operands=b""):
+        return bytes([code, string_index, other]) + operands
+
+    marks = text(b"a\xfdb\xfcc\xfe12\xfe\xfe3")
+    seed("strings", "conversions",
+         op(1, 0, 1, text("é€".encode())) + op(13) + op(14) + op(12) + op(16) + op(15))
+    seed("strings", "wide", op(3, 0, 1, text(b"\x20\xac\xd8\x3d\xde\x00\xd8\x00")) + op(13) + op(12))
+    seed("strings", "invalid-utf-8", op(2, 0, 1, text(b"\xf0\x80\x80\x80\xed\xa0\x80\xe2\x82"))
+         + op(12) + op(14))
+    seed("strings", "fields", op(2, 1, 1, marks) + op(18, 0, 1, b"\1\1\1") + op(18, 2, 1, b"\2\0\0")
+         + op(20, 1, 1, b"\2\0\0") + op(21, 1, 1, b"\xfe"))
+    seed("strings", "own-content", op(1, 0, 0, text(b"abc")) + op(10, 0, 0) + op(5, 0, 0)
+         + op(18, 0, 0, b"\1\0\0"))
+    seed("strings", "comparisons", op(1, 0, 1, text(b"abc")) + op(2, 1, 0, text(b"abd"))
+         + op(17, 0, 1) + op(17, 1, 0) + op(17, 0, 2) + op(17, 2, 0))
+    seed("strings", "code-pages", op(23, 0, 1, b"\1") + op(1, 0, 1, text(b"caf\xe9\xfe"))
+         + op(13) + op(23, 0, 1, b"\3") + op(12) + op(23, 0, 1, b"\5") + op(14))
+    seed("strings", "blobs", op(22, 0, 1, text(marks) + b"\x09\1") + op(19, 0, 1, b"\1\1\1"))
+
+
+frames()
+auth_factory()
+gzips()
+http()
+strings()
