@@ -10,10 +10,6 @@
 #endif
 #endif
 
-#ifdef NOX_TEST_SANITIZED
-#include <sanitizer/allocator_interface.h>
-#endif
-
 namespace {
 
 thread_local std::size_t allocations = 0;
@@ -28,9 +24,13 @@ void note(std::size_t n) {
 
 #ifdef NOX_TEST_SANITIZED
 
+// The sanitizers bring their own allocator, and a hook into it, which g++ installs no header for.
+extern "C" int __sanitizer_install_malloc_and_free_hooks(void (*mallocHook)(const volatile void*,
+                                                                            std::size_t),
+                                                         void (*freeHook)(const volatile void*));
+
 namespace {
 
-// The sanitizers bring their own allocator, and a hook into it.
 const int kHooked = __sanitizer_install_malloc_and_free_hooks(
     [](const volatile void*, std::size_t n) { note(n); }, [](const volatile void*) {});
 
