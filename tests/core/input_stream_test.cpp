@@ -9,6 +9,7 @@
 
 #include "nox/core/memory_streams.h"
 #include "nox/core/serializable.h"
+#include "tests/core/expect_logged.h"
 #include "tests/support/bytes.h"
 #include "tests/support/caught.h"
 
@@ -17,6 +18,7 @@ namespace {
 
 using test::bytes;
 using test::caught;
+using test::LogCapture;
 using testing::HasSubstr;
 
 // Answers every read with the same result and errno, and stores `byte` in the buffer.
@@ -56,12 +58,17 @@ TEST(InputStream, ReadCharGivesBytesAsUnsignedNumbers) {
 
 TEST(InputStream, ReadCharThrowsLastAtTheEnd) {
   FixedStream stream(0, 0);
+  const LogCapture log;
   EXPECT_TRUE(caught<LAST>([&] { stream.readChar(); }));
+  EXPECT_LOGGED(log, error, "InputStream::readChar(): readMax => 0 (EOF)");
 }
 
 TEST(InputStream, ReadCharAnswersMinusOneWhenNothingHasArrived) {
+  const LogCapture log;
   EXPECT_EQ(FixedStream(-1, kErrnoWouldBlock).readChar(), -1);
+  EXPECT_LOGGED(log, debug, "InputStream::readChar(): readMax => -1 (EWOULDBLOCK)");
   EXPECT_EQ(FixedStream(-1, kErrnoTimeout).readChar(), -1);
+  EXPECT_LOGGED(log, debug, "InputStream::readChar(): readMax => -1 (ETIME)");
 }
 
 TEST(InputStream, TheLibrarysErrorNumbersAreFixed) {
@@ -80,12 +87,14 @@ TEST(InputStream, ReadCharComparesMinusOneIn32Bits) {
 
 TEST(InputStream, ReadCharReportsAHardErrorOnStandardErrorAndThrowsLast) {
   FixedStream stream(-1, EIO);
+  const LogCapture log;
   testing::internal::CaptureStderr();
   const auto last = caught<LAST>([&] { stream.readChar(); });
   const std::string shown = testing::internal::GetCapturedStderr();
   EXPECT_TRUE(last);
   EXPECT_THAT(shown, HasSubstr(std::string("InputStream::readChar(): readMax => -1: ") +
                                std::strerror(EIO) + "\n"));
+  EXPECT_LOGGED(log, error, "InputStream::readChar(): readMax => -1:");
 }
 
 TEST(InputStream, TheSystemsOwnTimeoutIsAHardError) {
@@ -124,7 +133,9 @@ TEST(InputStream, ReadIntConsumesAShortReadAndLeavesTheValue) {
   const std::string three = bytes("01 02 03");
   MemoryBufferInputStream stream(three.data(), three.size());
   int value = 77;
+  const LogCapture log;
   EXPECT_EQ(stream.readInt(value), 3);
+  EXPECT_LOGGED(log, error, "Could not read 32 bit int, only 3 byte(s) read.");
   EXPECT_EQ(value, 77);
   EXPECT_TRUE(caught<LAST>([&] { stream.readChar(); }));
 }
@@ -132,7 +143,9 @@ TEST(InputStream, ReadIntConsumesAShortReadAndLeavesTheValue) {
 TEST(InputStream, ReadIntAtTheEndLeavesTheValue) {
   MemoryBufferInputStream stream("", 0);
   int value = 77;
+  const LogCapture log;
   EXPECT_EQ(stream.readInt(value), 0);
+  EXPECT_LOGGED(log, error, "Could not read 32 bit int, only 0 byte(s) read.");
   EXPECT_EQ(value, 77);
   EXPECT_TRUE(caught<LAST>([&] { stream.readChar(); }));
 }
