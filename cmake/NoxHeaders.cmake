@@ -7,7 +7,8 @@ set(NOX_INTERNAL_HEADERS
   nox/core/frame_stream.h
   nox/diag/file_loggers.h
   nox/encodings/reader_support.h
-  nox/io/sigpipe_guard.h
+  nox/io/socket_options.h
+  nox/io/socket_signals.h
   nox/protocol/remote/trace.h
   nox/text/conversion.h)
 

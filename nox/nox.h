@@ -28,6 +28,8 @@
 #include "nox/encodings/http_reader.h"
 #include "nox/encodings/xml_object_reader.h"
 #include "nox/encodings/xml_object_writer.h"
+#include "nox/io/ace_input_stream.h"
+#include "nox/io/ace_out_stream.h"
 #include "nox/io/buffered_out_stream.h"
 #include "nox/protocol/client_object_factory.h"
 #include "nox/protocol/common_messages.h"
