@@ -42,6 +42,7 @@
 #include "nox/protocol/remote/metadata_messages.h"
 #include "nox/protocol/remote/monitoring.h"
 #include "nox/protocol/remote/record_requests.h"
+#include "nox/protocol/remote/remote_object_factory.h"
 #include "nox/protocol/remote/remote_responses.h"
 #include "nox/protocol/remote/select_list.h"
 #include "nox/protocol/remote/select_list_requests.h"

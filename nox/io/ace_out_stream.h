@@ -1,17 +1,14 @@
 // Writing to a TCP connection, plain or TLS.
 #pragma once
 
-#include <ace/config-macros.h>
-
 #include <cstddef>
 
 #include "nox/core/export.h"
 #include "nox/core/out_stream.h"
 
-ACE_BEGIN_VERSIONED_NAMESPACE_DECL
+// Declared here, so that a user of the library needs ACE only to make sockets.
 class ACE_SOCK_Stream;
 class ACE_SSL_SOCK_Stream;
-ACE_END_VERSIONED_NAMESPACE_DECL
 
 namespace nox {
 

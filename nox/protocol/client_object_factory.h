@@ -5,8 +5,8 @@
 
 namespace nox {
 
-/// Knows every reply and every payload of all families, so that a client needs no factory of its own.
-/// For the metadata reply it knows the class that can be read.
+/// Knows every reply and every payload of all families, so that a client needs no factory of its
+/// own. For the metadata reply it knows the class that can be read.
 class NOX_EXPORT ClientObjectFactory : public ObjectFactory {
 public:
   ClientObjectFactory();
