@@ -121,14 +121,28 @@ private:
   std::size_t at_ = 0;
 };
 
-/// Memory that is read from its beginning each time.
+/// Memory that holds a frame again and again, as a program has it that received many at once.
 class MemorySource {
 public:
   InputStream* stream() { return &memory_; }
-  void open(std::string_view frame) { memory_ = {frame.data(), frame.size()}; }
+  void open(std::string_view frame) {
+    if (frames_.size() % frame.size() != 0 || frames_.empty()) {
+      frames_.clear();
+      do frames_ += frame;
+      while (frames_.size() + frame.size() <= 4096);
+      left_ = 0;
+    }
+    if (left_ == 0) {
+      memory_ = {frames_.data(), frames_.size()};
+      left_ = frames_.size() / frame.size();
+    }
+    --left_;
+  }
 
 private:
-  MemoryBufferInputStream memory_{nullptr, 0};
+  std::string frames_;
+  std::size_t left_ = 0;  // frames that are not read yet
+  MemoryBufferInputStream memory_{"", 0};
 };
 
 class ConnectionSource {
