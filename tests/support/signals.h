@@ -62,14 +62,15 @@ private:
 };
 
 /// Interrupts `thread` with SIGUSR1 until it has handled so many that one must have met the call it
-/// waits in. Ends early when `done` is set.
+/// waits in, or `done` is set.
 inline void interrupt(std::thread& thread, const std::atomic<bool>& done) {
   constexpr int kEnough = 200;
   const Disposition counting(SIGUSR1, countSignal);
-  for (int i = 0; i < kEnough && !done; ++i) {
-    const int before = signalsSeen;
+  const int enough = signalsSeen + kEnough;
+  while (signalsSeen < enough && !done) {
+    // Again and again: a sanitizer may put off the handler until the thread's call returns.
     pthread_kill(thread.native_handle(), SIGUSR1);
-    while (signalsSeen == before && !done) std::this_thread::yield();
+    std::this_thread::yield();
   }
 }
 
