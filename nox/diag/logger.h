@@ -35,7 +35,7 @@ class NOX_EXPORT EndLog {};
 class NOX_EXPORT Logger {
 public:
 #if NOX_LOGGER_OUTPUT
-  /// `format` is a literal with one %s for the text.
+  /// `format` is constant text with one %s for the text.
   Logger(Log_Priority priority, const char* format);
   ~Logger();
   Logger(const Logger&) = delete;

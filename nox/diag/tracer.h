@@ -21,9 +21,9 @@ public:
   /// The live tracers of all threads, oldest first. Never freed.
   static std::vector<Tracer*>* stack;
 
-  /// The texts are kept by address and must outlive the tracer: pass literals. `label` is never
-  /// printed. With the environment variable AGENT_LOG_TIME set, even to nothing, both lines of this
-  /// tracer carry the processor clock.
+  /// The texts are kept by address and must outlive the tracer: pass string constants. `label` is
+  /// never printed. With the environment variable AGENT_LOG_TIME set, even to nothing, both lines
+  /// of this tracer carry the processor clock.
   Tracer(const char* label, const char* where, int line, const char* what)
       : label_(label), where_(where), line_(line), what_(what) {
     if (enabled()) enter();
