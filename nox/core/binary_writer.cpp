@@ -1,6 +1,8 @@
 #include "nox/core/binary_writer.h"
 
+#include <algorithm>
 #include <cstdint>
+#include <cstring>
 
 #include "nox/core/big_endian.h"
 #include "nox/core/binary_format.h"
@@ -16,12 +18,39 @@ constexpr std::size_t kMarkedInt = 5;    // marker, 4 bytes
 constexpr std::size_t kObjectHead = 11;  // 'L', type, class version
 constexpr std::size_t kNullObject = 7;   // 'L', the null type, ';'
 
+// A std::string of up to 15 bytes can be read 16 bytes far, whether they lie inside it or not: a
+// copy of constant length, whose surplus the next field overwrites.
+constexpr std::size_t kShortText = 15;
+constexpr std::size_t kShortCopy = 16;
+constexpr std::size_t kShortRoom = 4 + kShortCopy;
+
 constexpr std::size_t kLongestString = 0x80000000u;
 
 char* putInt(char* to, int value) {
   *to = kIntegerPrefix;
   storeBigEndian32(to + 1, static_cast<std::uint32_t>(value));
   return to + kMarkedInt;
+}
+
+void putHead(char* to, int type, int version) {
+  *to = kObjectPrefix;
+  putInt(putInt(to + 1, type), version);
+}
+
+/// A text of up to kShortText bytes; needs kShortRoom.
+inline char* putText(char* to, const std::string& utf8) {
+  const std::size_t n = utf8.size();
+  to[0] = kStringPrefix;
+  storeBigEndian16(to + 1, static_cast<unsigned int>(n));
+  std::memcpy(to + 3, utf8.data(), kShortCopy);
+  to[3 + n] = kEndOfEntity;
+  return to + n + 4;
+}
+
+/// Whether narrow text is short and means the same in UTF-8.
+inline bool isShortAndPlain(const std::string& narrow) {
+  return narrow.size() <= kShortText && detail::nativeKeepsAscii.load(std::memory_order_relaxed) &&
+         detail::isPlainAscii(narrow.data(), narrow.size());
 }
 
 void putByte(BufferedOutStream& out, char byte) {
@@ -51,14 +80,47 @@ Archive& BinaryWriter::process(NOXPBlob* value, const char* /*name*/) {
   return *this;
 }
 
+/// False, with nothing written, when the text is not short or does not fit without growth.
+inline bool BinaryWriter::writeShortText(const std::string& utf8) {
+  BufferedOutStream& out = *out_;
+  if (utf8.size() > kShortText || !out.hasRoom(kShortRoom)) return false;
+  putText(out.reserve(0), utf8);
+  out.commit(utf8.size() + 4);
+  return true;
+}
+
+// Most texts are short and plain. They are written without a call, so that no register need be
+// saved; whatever else may come is left to the ordinary way.
 Archive& BinaryWriter::process(NOXPString* value, const char* /*name*/) {
+  if (value && value->becomesUtf8() && writeShortText(value->bytes_)) return *this;
+  return writeAny(value);
+}
+
+Archive& BinaryWriter::process(std::string& value, const char* /*name*/) {
+  if (isShortAndPlain(value) && writeShortText(value)) return *this;
+  return writeAny(value);
+}
+
+template <class T>
+Archive& BinaryWriter::writeAny(T&& value) {
   write(value);
   return *this;
 }
 
-Archive& BinaryWriter::process(std::string& value, const char* /*name*/) {
-  write(value);
-  return *this;
+void BinaryWriter::writeStrings(std::vector<std::string>& values) {
+  BufferedOutStream& out = *out_;
+  auto value = values.begin();
+  while (value != values.end()) {
+    // A run of short plain texts, with one look at the room for many.
+    constexpr std::size_t kRun = 64;
+    const std::size_t left = static_cast<std::size_t>(values.end() - value);
+    const auto end = value + static_cast<std::ptrdiff_t>(std::min(left, kRun));
+    char* const begin = out.reserve(kRun * kShortRoom);
+    char* to = begin;
+    for (; value != end && isShortAndPlain(*value); ++value) to = putText(to, *value);
+    out.commit(static_cast<std::size_t>(to - begin));
+    if (value != end) write(*value++);
+  }
 }
 
 Archive& BinaryWriter::process(int& value, const char* /*name*/) {
@@ -72,14 +134,25 @@ Archive& BinaryWriter::process(Serializable* value, const char* /*name*/) {
 }
 
 void BinaryWriter::writeRoot(Serializable& root) {
-  putByte(*out_, kStartOfRootObject);
   const Serializable::properties_t* const properties = root.getProperties();
   if (properties && properties->compress) {
+    putByte(*out_, kStartOfRootObject);
     writeCompressible(root, properties->compressThreshold);
+    putByte(*out_, kEndOfRootObject);
   } else {
-    write(&root);
+    // The marks of the frame and of the object at once.
+    const int version = root.getClassVersion();
+    const int type = root.getType();
+    char* to = out_->reserve(1 + kObjectHead);
+    *to++ = kStartOfRootObject;
+    putHead(to, type, version);
+    out_->commit(1 + kObjectHead);
+    root.serialize(*this, static_cast<unsigned int>(version));
+    to = out_->reserve(2);
+    to[0] = kEndOfEntity;
+    to[1] = kEndOfRootObject;
+    out_->commit(2);
   }
-  putByte(*out_, kEndOfRootObject);
   root.setPacketSize(out_->flushSz());
 }
 
@@ -181,10 +254,8 @@ void BinaryWriter::write(NOXPBlob* value) {
 void BinaryWriter::write(Serializable* value) {
   if (!value) return putNullObject(*out_);
   const int version = value->getClassVersion();
-  char* to = out_->reserve(kObjectHead);
-  *to++ = kObjectPrefix;
-  to = putInt(to, value->getType());
-  putInt(to, version);
+  const int type = value->getType();
+  putHead(out_->reserve(kObjectHead), type, version);
   out_->commit(kObjectHead);
   value->serialize(*this, static_cast<unsigned int>(version));
   putByte(*out_, kEndOfEntity);

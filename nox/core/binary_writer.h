@@ -2,7 +2,9 @@
 #pragma once
 
 #include <memory>
+#include <string>
 #include <string_view>
+#include <vector>
 
 #include "nox/core/object_writer.h"
 #include "nox/io/buffered_out_stream.h"
@@ -43,6 +45,8 @@ public:
 
   /// Adds bytes that are already in the binary format, for payloads that keep them so.
   void writeEncoded(std::string_view bytes);
+  /// What `process` would write for each of many strings, at less cost.
+  void writeStrings(std::vector<std::string>& values);
 
 protected:
   void writeNullRoot() override;
@@ -59,6 +63,9 @@ private:
   void write(Serializable* value);
   void write(Serializable& value) { write(&value); }
 
+  template <class T>
+  Archive& writeAny(T&& value);
+  bool writeShortText(const std::string& utf8);
   void writeText(std::string_view utf8);
   void writeCompressible(Serializable& root, int threshold);
 

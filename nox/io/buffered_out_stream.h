@@ -43,9 +43,11 @@ public:
   /// Room for `n` more bytes at the end of the content; `commit` counts in those that were filled.
   /// For writers that know how much they will write. Throws as `send` does.
   char* reserve(std::size_t n) {
-    if (n > static_cast<std::size_t>(limit_ - end_)) growFor(n);
+    if (!hasRoom(n)) growFor(n);
     return end_;
   }
+  /// Whether `n` more bytes fit without growth.
+  bool hasRoom(std::size_t n) const { return n <= static_cast<std::size_t>(limit_ - end_); }
   void commit(std::size_t n) { end_ += n; }
   /// Forgets the content and keeps the block.
   void discard();

@@ -159,12 +159,16 @@ private:
   /// The UTF-8 bytes, for a writer: converts in place as toUTF8() does. A string without payload,
   /// or one whose conversion failed, gives no bytes. Valid until the string changes.
   std::string_view utf8Bytes() {
+    return becomesUtf8() ? std::string_view(bytes_) : convertedUtf8Bytes();
+  }
+  /// Makes short plain text UTF-8, without a call. Whether this string now is UTF-8.
+  bool becomesUtf8() {
     if (type_ == Narrow && hasPayload_ && bytes_.size() <= kShortScan &&
         nox::detail::nativeKeepsAscii.load(std::memory_order_relaxed) &&
         nox::detail::isPlainAscii(bytes_.data(), bytes_.size())) {
       type_ = Utf8;
     }
-    return type_ == Utf8 ? std::string_view(bytes_) : convertedUtf8Bytes();
+    return type_ == Utf8;
   }
   std::string_view convertedUtf8Bytes();
   /// Whether these bytes say the same in the native code page and in UTF-8 and hold no NUL, so that
