@@ -29,8 +29,17 @@ constexpr std::size_t kSmallestCompressedBody = 25;
 constexpr std::size_t kFirstChunk = std::size_t{1} << 20;
 
 constexpr std::size_t kMarkedInt = 5;
+constexpr std::size_t kShortText = 15;  // what a std::string holds without allocating
 constexpr std::size_t kStringHead = 3;  // 's', 2 bytes of length
 constexpr std::size_t kBlobHead = 6;    // 'j', 'b', 4 bytes of length
+
+/// As `to.assign(text)` for a short text, with kShortText readable bytes from its begin: a copy of
+/// constant length into a new string, cut afterwards, needs no call.
+void assignShort(std::string& to, std::string_view text) {
+  to.~basic_string();
+  ::new (static_cast<void*>(&to)) std::string(text.data(), kShortText);
+  to.erase(text.size());
+}
 
 /// The first four bytes of a request line, as the length they stand in the place of.
 constexpr unsigned int word(const char (&text)[5]) {
@@ -169,14 +178,15 @@ private:
 /// exception passes, the frame stays current and the connection is forgotten.
 class BinaryReader::FrameGuard {
 public:
-  FrameGuard(BinaryReader& reader, std::shared_ptr<FrameStream> frame, bool spent)
+  /// `fresh` is null when the reader's frame is used again.
+  FrameGuard(BinaryReader& reader, std::shared_ptr<FrameStream>&& fresh, bool spent)
       : reader_(reader), connection_(reader.stream_), connectionMemory_(reader.memory_) {
     if (spent) {
       spent_ = std::move(reader_.frame_);
     } else {
       reader_.savedStream_ = connection_;
     }
-    reader_.frame_ = std::move(frame);
+    if (fresh) reader_.frame_ = std::move(fresh);
     reader_.stream_ = reader_.frame_.get();
     reader_.memory_ = reader_.frame_.get();
   }
@@ -252,12 +262,75 @@ Archive& BinaryReader::process(int& value, const char* /*name*/) {
   return *this;
 }
 
+inline bool BinaryReader::takeString(std::string_view& text) {
+  const char* const head = peek(kStringHead);
+  if (!head || *head != kStringPrefix) return false;
+  const std::size_t n = loadBigEndian16(head + 1);
+  if (remaining() < kStringHead + n + 1 || head[kStringHead + n] != kEndOfEntity) return false;
+  text = std::string_view(head + kStringHead, n);
+  skip(kStringHead + n + 1);
+  return true;
+}
+
+// Most texts are short, plain and at hand; the rest is left to the ordinary way.
 Archive& BinaryReader::process(std::string& value, const char* /*name*/) {
+  if constexpr (!kLoggerOutput) {
+    std::string_view utf8;
+    if (takeString(utf8)) {
+      if (utf8.size() <= kShortText && readableFrom(utf8) >= kShortText &&
+          detail::nativeKeepsAscii.load(std::memory_order_relaxed) &&
+          detail::isPlainAscii(utf8.data(), utf8.size())) {
+        assignShort(value, utf8);
+      } else {
+        assignNative(value, utf8);
+      }
+      return *this;
+    }
+  }
   readText(value);
   return *this;
 }
 
+void BinaryReader::readStrings(std::vector<std::string>& to, int count) {
+  constexpr std::size_t kShortestString = kStringHead + 1;
+  constexpr std::size_t kUnseen = 1024;  // how many are believed in without their bytes
+  if (count <= 0) return;
+  const std::size_t wanted = to.size() + static_cast<std::size_t>(count);
+  const std::size_t possible = memory_ ? remaining() / kShortestString : kUnseen;
+  to.reserve(std::min(wanted, to.size() + possible));
+  while (to.size() < wanted) {
+    takeShortStrings(to, wanted);
+    if (to.size() < wanted) BinaryReader::process(to.emplace_back(), nullptr);
+  }
+}
+
+/// Reads short plain strings up to the first that is something else, or until there are `wanted`.
+void BinaryReader::takeShortStrings(std::vector<std::string>& to, std::size_t wanted) {
+  if (kLoggerOutput || !memory_ || !detail::nativeKeepsAscii.load(std::memory_order_relaxed))
+    return;
+  const char* at = memory_->buffer_ + memory_->position_;
+  const char* const end = memory_->buffer_ + memory_->length_;
+  // A short string as long as it may be, so that one look at the end is enough.
+  constexpr std::ptrdiff_t kRoom = kStringHead + kShortText + 1;
+  while (to.size() < wanted && end - at >= kRoom && *at == kStringPrefix) {
+    const std::size_t n = loadBigEndian16(at + 1);
+    const char* const text = at + kStringHead;
+    if (n > kShortText || text[n] != kEndOfEntity || !detail::isPlainAscii(text, n)) break;
+    to.emplace_back(text, kShortText);
+    to.back().erase(n);
+    at = text + n + 1;
+  }
+  memory_->position_ = static_cast<std::uint32_t>(at - memory_->buffer_);
+}
+
 Archive& BinaryReader::process(NOXPString* value, const char* /*name*/) {
+  if constexpr (!kLoggerOutput) {
+    std::string_view text;
+    if (value && takeString(text)) {
+      value->assignNarrow(text.data(), text.size(), readableFrom(text));
+      return *this;
+    }
+  }
   BinaryReader::readNOXPString(value);
   return *this;
 }
@@ -302,16 +375,6 @@ int BinaryReader::readInt() {
 void BinaryReader::checkEndOfObjectMarker() {
   const int c = BinaryReader::readChar();
   if (c != kEndOfEntity) unexpectedEnd(c);
-}
-
-bool BinaryReader::takeString(std::string_view& text) {
-  const char* const head = peek(kStringHead);
-  if (!head || *head != kStringPrefix) return false;
-  const std::size_t n = loadBigEndian16(head + 1);
-  if (remaining() < kStringHead + n + 1 || head[kStringHead + n] != kEndOfEntity) return false;
-  text = std::string_view(head + kStringHead, n);
-  skip(kStringHead + n + 1);
-  return true;
 }
 
 bool BinaryReader::takeBlob(std::string_view& content) {
@@ -475,9 +538,16 @@ std::shared_ptr<const void> BinaryReader::shareFrame() {
 
 Serializable* BinaryReader::readObject(Serializable* expected) {
   const DepthGuard depth(*this);
-  const int c = BinaryReader::readChar();
-  if (c != kObjectPrefix) unexpectedObjectPrefix(c);
-  const int type = BinaryReader::readInt();
+  int type;
+  const char* const head = kLoggerOutput ? nullptr : peek(1 + kMarkedInt);
+  if (head && head[0] == kObjectPrefix && head[1] == kIntegerPrefix) {
+    type = loadBigEndian32(head + 2);
+    skip(1 + kMarkedInt);
+  } else {
+    const int c = BinaryReader::readChar();
+    if (c != kObjectPrefix) unexpectedObjectPrefix(c);
+    type = BinaryReader::readInt();
+  }
   if (type == kNullType) {
     NOX_LOG(filelog::debug) << "BinaryReader::readObject(): returning NULL" << EndLog();
     BinaryReader::checkEndOfObjectMarker();
@@ -534,9 +604,9 @@ Serializable* BinaryReader::readFrame(int length) {
   // Until the body is complete the reader keeps the stream it is on, be it a left-over frame: an
   // exception leaves it there.
   const bool spent = frame_ && stream_ == frame_.get();
-  std::shared_ptr<FrameStream> frame = !spent && frame_ && frame_.use_count() == 1
-                                           ? std::move(frame_)
-                                           : std::make_shared<FrameStream>();
+  std::shared_ptr<FrameStream> fresh;
+  if (spent || !frame_ || frame_.use_count() > 1) fresh = std::make_shared<FrameStream>();
+  FrameStream* const frame = fresh ? fresh.get() : frame_.get();
 
   std::size_t received;
   std::string_view body;
@@ -559,7 +629,7 @@ Serializable* BinaryReader::readFrame(int length) {
   const int last = received == n && n > 0 ? static_cast<unsigned char>(body[n - 1]) : 0;
   const bool closed = inflateBody(*frame, body) || last == kEndOfRootObject;
 
-  FrameGuard guard(*this, std::move(frame), spent);
+  FrameGuard guard(*this, std::move(fresh), spent);
   std::unique_ptr<Serializable> root(readObject(nullptr));
   if (!closed) unexpectedEndOfRoot(last);
   guard.done();

@@ -129,6 +129,8 @@ public:
     reset();
     value_ = new (store_) T;
   }
+  /// For a field that is being made.
+  void emplace(const char* text) { value_ = new (store_) T(text); }
   void copy(const T& other) {
     reset();
     value_ = new (store_) T(other);
@@ -176,6 +178,7 @@ public:
   Owned() { field_.emplaceEmpty(); }  // empty, ready to be read into
   Owned(std::nullptr_t) {}            // absent: `OwnedBlob record_ = nullptr;`
   Owned(const Copied<T>& argument) { field_.construct(argument); }
+  Owned(const char* text) { field_.emplace(text); }  // as Copied<T>(text), made in place
   Owned(Adopted<T> argument) { field_.adopt(argument.release()); }
   Owned(const Owned& other) {
     if (other.get()) field_.copy(*other.get());
