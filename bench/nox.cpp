@@ -83,7 +83,7 @@ void visitAll(WriteRecordRequestProt& message, Visitor& visit) {
 }
 template <class Visitor>
 void visitAll(SelectListProt& list, Visitor& visit) {
-  while (list.next()) visit(std::string_view(list.getKey()));
+  while (list.next()) visit(list.getKeyView());
 }
 
 /// Keeps the last frame, so that it can be read back. While nothing asks for it, it takes frames as

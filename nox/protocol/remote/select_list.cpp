@@ -3,17 +3,17 @@
 #include <algorithm>
 #include <limits>
 #include <string_view>
+#include <typeinfo>
 
 #include "nox/core/archive.h"
+#include "nox/core/binary_reader.h"
+#include "nox/core/binary_writer.h"
 #include "nox/diag/file_loggers.h"
 #include "nox/protocol/sql_ext_error.h"
 
 namespace nox::noxp::remote {
 
 namespace {
-
-// Room that is made before the keys are seen; a count from the peer is only a claim.
-constexpr int kKeysReserved = 4096;
 
 constexpr char kMark = static_cast<char>(kAttributeMark);
 
@@ -76,7 +76,12 @@ Archive& SelectListProt::serialize(Archive& ar, unsigned int /*version*/) {
 void SelectListProt::writeEntries(Archive& ar) {
   int numKeys = static_cast<int>(keys_.size());
   ar.process(numKeys, "numKeys");
-  for (std::string& key : keys_) ar& key;
+  Writer* const writer = ar.getWriter();
+  if (writer && typeid(*writer) == typeid(BinaryWriter)) {
+    static_cast<BinaryWriter*>(writer)->writeStrings(keys_);
+  } else {
+    for (std::string& key : keys_) ar& key;
+  }
   int hasRecords = hasRecordData_ ? 1 : 0;
   ar.process(hasRecords, "hasRecords");
   if (hasRecordData_) {
@@ -101,8 +106,12 @@ void SelectListProt::readEntries(Archive& ar) {
   int numKeys = 0;
   ar.process(numKeys, "numKeys");
   keys_.clear();
-  if (numKeys > 0) keys_.reserve(static_cast<std::size_t>(std::min(numKeys, kKeysReserved)));
-  for (int i = 0; i < numKeys; ++i) ar.process(keys_.emplace_back(), "key");
+  Reader* const reader = ar.getReader();
+  if (reader && typeid(*reader) == typeid(BinaryReader)) {
+    static_cast<BinaryReader*>(reader)->readStrings(keys_, numKeys);
+  } else {
+    for (int i = 0; i < numKeys; ++i) ar.process(keys_.emplace_back(), "key");
+  }
 
   int hasRecords = 0;
   ar.process(hasRecords, "hasRecords");
@@ -125,12 +134,6 @@ void SelectListProt::readEntries(Archive& ar) {
   }
 }
 
-bool SelectListProt::next() {
-  if (!hasNext()) return false;
-  ++position_;
-  return true;
-}
-
 bool SelectListProt::previous() {
   if (!hasPrevious()) return false;
   --position_;
@@ -144,11 +147,10 @@ void SelectListProt::goToPosition(unsigned long position) {
   position_ = static_cast<unsigned int>(position);
 }
 
-std::string SelectListProt::getKey() const {
-  if (position_ == 0 || position_ > keys_.size()) {
-    throw cursorError("Error while accessing select list key.");
-  }
-  return keys_[position_ - 1];
+std::string SelectListProt::getKey() const { return std::string(getKeyView()); }
+
+void SelectListProt::throwKeyError() {
+  throw cursorError("Error while accessing select list key.");
 }
 
 const SelectListProt::SharedRecord& SelectListProt::recordAtCursor() const {

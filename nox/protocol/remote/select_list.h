@@ -4,6 +4,7 @@
 #include <memory>
 #include <set>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "nox/core/owned.h"
@@ -42,7 +43,11 @@ public:
 
   /// Moves to the next or previous key; false, without moving, where there is none. `previous`
   /// never goes back before the first key.
-  bool next();
+  bool next() {
+    if (!hasNext()) return false;
+    ++position_;
+    return true;
+  }
   bool previous();
   bool hasNext() const { return position_ < keys_.size(); }
   bool hasPrevious() const { return position_ > 1; }
@@ -52,6 +57,11 @@ public:
 
   /// The key at the cursor.
   std::string getKey() const;
+  /// The same without a copy, valid while the list lives and is not read into.
+  std::string_view getKeyView() const {
+    if (position_ == 0 || position_ > keys_.size()) throwKeyError();
+    return keys_[position_ - 1];
+  }
   /// The record at the cursor, which stays the list's; may be null.
   NOXPBlob* getRecord() const;
   /// The record at the cursor, handed over to the caller; the entry becomes null. A record that
@@ -82,6 +92,7 @@ private:
   /// A record that several lists may hold; empty where it was extracted or never loaded.
   using SharedRecord = std::shared_ptr<std::unique_ptr<NOXPBlob>>;
 
+  [[noreturn]] static void throwKeyError();
   static SharedRecord share(std::unique_ptr<NOXPBlob> record);
   const SharedRecord& recordAtCursor() const;
   void dropRecords();
