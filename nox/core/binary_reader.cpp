@@ -521,13 +521,32 @@ std::size_t BinaryReader::readBlobBytes(NOXPBlob& blob, std::size_t n) {
   return got;
 }
 
+BinaryReader* BinaryReader::behind(Archive& ar) {
+  Reader* const reader = ar.getReader();
+  return reader && typeid(*reader) == typeid(BinaryReader) ? static_cast<BinaryReader*>(reader)
+                                                           : nullptr;
+}
+
 std::string_view BinaryReader::takeBlobsInPlace(int n, int& taken) {
   taken = 0;
   if (!frame_ || stream_ != frame_.get()) return {};
   frame_->own();
   const char* const begin = memory_->buffer_ + memory_->position_;
-  for (std::string_view content; taken < n && takeBlob(content);) ++taken;
-  return {begin, static_cast<std::size_t>(memory_->buffer_ + memory_->position_ - begin)};
+  const char* const end = memory_->buffer_ + memory_->length_;
+  constexpr std::size_t kMarks = kBlobHead + 2;
+  const char* at = begin;
+  for (; taken < n && static_cast<std::size_t>(end - at) >= kMarks; ++taken) {
+    const std::size_t size = static_cast<std::uint32_t>(loadBigEndian32(at + 2));
+    if (at[0] != kBlobPrefix || at[1] != kByteArrayPrefix ||
+        size > static_cast<std::size_t>(end - at) - kMarks) {
+      break;
+    }
+    const char* const tail = at + kBlobHead + size;
+    if (tail[0] != kEndOfEntity || tail[1] != kEndOfEntity) break;
+    at = tail + 2;
+  }
+  memory_->position_ = static_cast<std::uint32_t>(at - memory_->buffer_);
+  return {begin, static_cast<std::size_t>(at - begin)};
 }
 
 std::shared_ptr<const void> BinaryReader::shareFrame() {

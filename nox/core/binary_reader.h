@@ -58,6 +58,9 @@ public:
   /// a new object that the caller owns. Null for the null object (`expected` then stays as it is).
   Serializable* readObject(Serializable* expected);
 
+  /// The binary reader that `ar` is, for payloads that know a shorter way out of it; null for other
+  /// archives and for subclasses, which may read fields their own way.
+  static BinaryReader* behind(Archive& ar);
   /// For payloads that keep their bytes where they arrived: steps past up to `n` blobs that stand
   /// one after the other in the frame, as long as they are plain (not null, not malformed), says in
   /// `taken` how many there were and returns their encoded bytes. What comes then is read the

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cstdint>
 #include <cstring>
+#include <typeinfo>
 
 #include "nox/core/big_endian.h"
 #include "nox/core/binary_format.h"
@@ -199,9 +200,25 @@ void BinaryWriter::sendInt(int value) {
   out_->commit(4);
 }
 
+BinaryWriter* BinaryWriter::behind(Archive& ar) {
+  Writer* const writer = ar.getWriter();
+  return writer && typeid(*writer) == typeid(BinaryWriter) ? static_cast<BinaryWriter*>(writer)
+                                                           : nullptr;
+}
+
 void BinaryWriter::writeEncoded(std::string_view bytes) {
   copyBytes(out_->reserve(bytes.size()), bytes.data(), bytes.size());
   out_->commit(bytes.size());
+}
+
+void BinaryWriter::writeObject(int type, int version, int count, std::string_view encoded) {
+  const std::size_t size = kObjectHead + kMarkedInt + encoded.size() + 1;
+  char* to = out_->reserve(size);
+  putHead(to, type, version);
+  to = putInt(to + kObjectHead, count);
+  copyBytes(to, encoded.data(), encoded.size());
+  to[encoded.size()] = kEndOfEntity;
+  out_->commit(size);
 }
 
 void BinaryWriter::write(int value) {

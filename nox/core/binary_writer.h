@@ -43,8 +43,13 @@ public:
   void setOutStream(OutStream* os) override;
   OutStream* getOutStream() override;
 
+  /// The binary writer that `ar` is, for payloads that know a shorter way into it; null for other
+  /// archives and for subclasses, which may write fields their own way.
+  static BinaryWriter* behind(Archive& ar);
   /// Adds bytes that are already in the binary format, for payloads that keep them so.
   void writeEncoded(std::string_view bytes);
+  /// An object whose fields are a count and bytes that are already in the binary format.
+  void writeObject(int type, int version, int count, std::string_view encoded);
   /// What `process` would write for each of many strings, at less cost.
   void writeStrings(std::vector<std::string>& values);
 

@@ -42,8 +42,12 @@ public:
 
   NOXPString() noexcept {}
   /// A Narrow copy; null gives Empty.
-  NOXPString(const char* text)
-      : bytes_(text ? text : ""), type_(text ? Narrow : Empty), hasPayload_(text != nullptr) {}
+  NOXPString(const char* text) {
+    if (!text) return;
+    if (*text != '\0') bytes_.assign(text);
+    type_ = Narrow;
+    hasPayload_ = true;
+  }
   NOXPString(const char* text, bool utf8) : NOXPString(text) {
     if (text && utf8) type_ = Utf8;
   }

@@ -3,7 +3,6 @@
 #include <algorithm>
 #include <limits>
 #include <string_view>
-#include <typeinfo>
 
 #include "nox/core/archive.h"
 #include "nox/core/binary_reader.h"
@@ -76,9 +75,8 @@ Archive& SelectListProt::serialize(Archive& ar, unsigned int /*version*/) {
 void SelectListProt::writeEntries(Archive& ar) {
   int numKeys = static_cast<int>(keys_.size());
   ar.process(numKeys, "numKeys");
-  Writer* const writer = ar.getWriter();
-  if (writer && typeid(*writer) == typeid(BinaryWriter)) {
-    static_cast<BinaryWriter*>(writer)->writeStrings(keys_);
+  if (BinaryWriter* const writer = BinaryWriter::behind(ar)) {
+    writer->writeStrings(keys_);
   } else {
     for (std::string& key : keys_) ar& key;
   }
@@ -106,9 +104,8 @@ void SelectListProt::readEntries(Archive& ar) {
   int numKeys = 0;
   ar.process(numKeys, "numKeys");
   keys_.clear();
-  Reader* const reader = ar.getReader();
-  if (reader && typeid(*reader) == typeid(BinaryReader)) {
-    static_cast<BinaryReader*>(reader)->readStrings(keys_, numKeys);
+  if (BinaryReader* const reader = BinaryReader::behind(ar)) {
+    reader->readStrings(keys_, numKeys);
   } else {
     for (int i = 0; i < numKeys; ++i) ar.process(keys_.emplace_back(), "key");
   }

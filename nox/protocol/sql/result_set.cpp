@@ -7,6 +7,7 @@
 
 #include "nox/core/archive.h"
 #include "nox/core/binary_reader.h"
+#include "nox/core/binary_writer.h"
 #include "nox/diag/file_loggers.h"
 
 namespace nox::noxp::sql {
@@ -14,6 +15,9 @@ namespace nox::noxp::sql {
 namespace {
 
 constexpr int kCurrentRowOnly = 1;  // the cursor type that keeps no row but the current one
+
+// Values of added rows are gathered in blocks of this size.
+constexpr std::size_t kBlockSize = std::size_t{1} << 16;
 
 // Room that is made before the rows are seen; a count from the peer is only a claim.
 constexpr int kRowsReserved = 1024;
@@ -81,14 +85,30 @@ void ResultSetProt::deleteRows() {
   numberOfRows_ = 0;
   currentRow_ = 0;
   frame_.reset();
+  blocks_.clear();
+  blockRest_ = 0;
 }
 
 void ResultSetProt::addRow(RowProt* row) {
   if (!row) return;
   std::unique_ptr<RowProt> taken(row);
+  gather(*row);
   rows_.push_back(std::move(taken));
   ++numberOfRows_;
   written_ = false;
+}
+
+/// Keeps the values of small rows together, so that a row costs one allocation and the next row can
+/// have the block in which this one was built.
+void ResultSetProt::gather(RowProt& row) {
+  const std::size_t size = row.ownEncodedSize();
+  if (size == 0 || size > kBlockSize / 8) return;
+  if (size > blockRest_) {
+    blocks_.emplace_back(new char[kBlockSize]);
+    blockRest_ = kBlockSize;
+  }
+  row.moveValuesTo(blocks_.back().get() + kBlockSize - blockRest_);
+  blockRest_ -= size;
 }
 
 Archive& ResultSetProt::serialize(Archive& ar, unsigned int /*version*/) {
@@ -148,7 +168,7 @@ void ResultSetProt::read(Archive& ar) {
     ~Reading() { set.frameReader_ = nullptr; }
   };
   const Reading reading{*this};
-  frameReader_ = dynamic_cast<BinaryReader*>(ar.getReader());
+  frameReader_ = BinaryReader::behind(ar);
   if (frameReader_) frame_ = frameReader_->shareFrame();
 
   if (count > 0) rows_.reserve(static_cast<std::size_t>(std::min(count, kRowsReserved)));

@@ -51,6 +51,7 @@ public:
 private:
   using Rows = std::vector<std::unique_ptr<RowProt>>;
 
+  void gather(RowProt& row);
   RowProt* nextOfThisBatch();
   bool mayContinue() const;
   void fetchContinuation(ResultSetProt& first);
@@ -68,7 +69,9 @@ private:
   ResultSetProt* active_ = this;  // the batch of the chain that gives rows now
   bool chained_ = false;          // is another set's continuation
   bool written_ = false;
-  std::shared_ptr<const void> frame_;  // the bytes that rows refer to
+  std::shared_ptr<const void> frame_;  // the bytes that rows refer to, when they were read
+  std::vector<std::unique_ptr<char[]>> blocks_;  // and when they were added
+  std::size_t blockRest_ = 0;                    // bytes that are left of the last block
   BinaryReader* frameReader_ = nullptr;
 };
 

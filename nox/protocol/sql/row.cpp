@@ -1,22 +1,24 @@
 #include "nox/protocol/sql/row.h"
 
+#include <algorithm>
+#include <cstring>
+#include <functional>
+#include <limits>
+#include <new>
+#include <string>
 #include <typeinfo>
 #include <utility>
 
 #include "nox/core/archive.h"
-#include "nox/core/big_endian.h"
 #include "nox/core/binary_format.h"
 #include "nox/core/binary_reader.h"
 #include "nox/core/binary_writer.h"
+#include "nox/core/copy_bytes.h"
 #include "nox/protocol/sql/result_set.h"
 
 namespace nox::noxp::sql {
 
 namespace {
-
-// An encoded value: 'j', 'b', 4 bytes of length, the bytes, ';' twice.
-constexpr std::size_t kValueHead = 6;
-constexpr std::size_t kValueTail = 2;
 
 std::string_view bytesOf(const NOXPBlob* blob) {
   return blob ? std::string_view(reinterpret_cast<const char*>(blob->getBuf()), blob->length())
@@ -31,7 +33,10 @@ int countOf(NOXPBlob* const* blobs) {
 
 }  // namespace
 
-RowProt::RowProt(NOXPBlob* value) : blobs_(new NOXPBlob* [2] { value, nullptr }) {}
+RowProt::RowProt(NOXPBlob* value) {
+  RsmdConstructor(
+      new NOXPBlob* [2] { value, nullptr }, nullptr);
+}
 
 RowProt::RowProt(NOXPBlob** data, ResultSetProt* resultSet) : resultSet_(resultSet) {
   RsmdConstructor(data, nullptr);
@@ -42,29 +47,54 @@ RowProt::RowProt(NOXPBlob** data, ResultSetMetaDataProt* metaData) {
 }
 
 void RowProt::RsmdConstructor(NOXPBlob** data, ResultSetMetaDataProt* metaData) {
-  blobs_.reset(data);
+  blobs_.adopt(data);
   metaData_ = metaData;
 }
 
-RowProt::~RowProt() { clear(); }
+RowProt::~RowProt() = default;
+
+void RowProt::Blobs::adopt(NOXPBlob** array) {
+  reset();
+  array_ = array;
+}
+
+void RowProt::Blobs::make(const RowProt& row) {
+  const auto count = static_cast<std::size_t>(row.count_);
+  const std::size_t arraySize = (count + 1) * sizeof(NOXPBlob*);
+  static_assert(alignof(NOXPBlob) <= alignof(NOXPBlob*));
+  auto** const array =
+      static_cast<NOXPBlob**>(::operator new(arraySize + count * sizeof(NOXPBlob)));
+  auto* blob = reinterpret_cast<NOXPBlob*>(array + count + 1);
+  for (std::size_t i = 0; i < count; ++i) {
+    const std::string_view value = row.getColumnView(static_cast<int>(i));
+    array[i] = new (blob++) NOXPBlob(value.data(), value.size());
+  }
+  array[count] = nullptr;
+  array_ = array;
+  inOneBlock_ = true;
+}
+
+void RowProt::Blobs::reset() {
+  if (!array_) return;
+  if (inOneBlock_) {
+    for (NOXPBlob** blob = array_; *blob; ++blob) (*blob)->~NOXPBlob();
+    ::operator delete(array_);
+  } else {
+    for (NOXPBlob** blob = array_; *blob; ++blob) delete *blob;
+    delete[] array_;
+  }
+  array_ = nullptr;
+  inOneBlock_ = false;
+}
 
 void RowProt::clear() {
-  if (blobs_) {
-    for (NOXPBlob** blob = blobs_.get(); *blob; ++blob) delete *blob;
-    blobs_.reset();
-  }
+  blobs_.reset();
   encoded_ = nullptr;
   encodedSize_ = 0;
   count_ = -1;
-  cursor_ = 0;
-  cursorOffset_ = 0;
-  own_.clear();
+  nextColumn_ = 0;
+  nextOffset_ = 0;
   frame_.reset();
-}
-
-std::string_view RowProt::valueAt(std::size_t offset) const {
-  const char* const head = encoded_ + offset;
-  return {head + kValueHead, static_cast<std::uint32_t>(loadBigEndian32(head + 2))};
 }
 
 int RowProt::getNumberOfFields() const {
@@ -72,47 +102,19 @@ int RowProt::getNumberOfFields() const {
   return count_ < 0 ? 0 : count_;
 }
 
-std::string_view RowProt::getColumnView(int i) const {
+std::string_view RowProt::lookUp(int i) const {
   if (i < 0 || i >= getNumberOfFields()) return {};
-  if (blobs_) return bytesOf(blobs_[i]);
-  if (i < cursor_) {
-    cursor_ = 0;
-    cursorOffset_ = 0;
+  if (blobs_) return bytesOf(blobs_.get()[i]);
+  if (i < nextColumn_) {
+    nextColumn_ = 0;
+    nextOffset_ = 0;
   }
-  std::string_view value = valueAt(cursorOffset_);
-  for (; cursor_ < i; ++cursor_) {
-    cursorOffset_ += kValueHead + value.size() + kValueTail;
-    value = valueAt(cursorOffset_);
-  }
-  return value;
-}
-
-void RowProt::makeBlobs() const {
-  std::unique_ptr<NOXPBlob*[]> blobs(new NOXPBlob*[static_cast<std::size_t>(count_) + 1]());
-  try {
-    for (int i = 0; i < count_; ++i) {
-      const std::string_view value = getColumnView(i);
-      blobs[i] = new NOXPBlob(value.data(), value.size());
-    }
-  } catch (...) {
-    for (int i = 0; blobs[i]; ++i) delete blobs[i];
-    throw;
-  }
-  blobs_ = std::move(blobs);
-}
-
-/// Back to the encoded form, which can grow.
-void RowProt::encodeBlobs() {
-  RowProt encoded;
-  encoded.count_ = 0;
-  for (NOXPBlob** blob = blobs_.get(); *blob; ++blob) encoded.addColumnValue(bytesOf(*blob));
-  clear();
-  own_ = std::move(encoded.own_);
-  count_ = encoded.count_;
+  while (nextColumn_ < i) getColumnView(nextColumn_);
+  return getColumnView(i);
 }
 
 NOXPBlob** RowProt::getData() const {
-  if (!blobs_ && count_ >= 0) makeBlobs();
+  if (!blobs_ && count_ >= 0) blobs_.make(*this);
   return blobs_.get();
 }
 
@@ -126,29 +128,68 @@ NOXPBlob* RowProt::getColumnValue(const char* name) {
   return metaData ? getColumnValue(metaData->findColumnByName(name)) : nullptr;
 }
 
+/// Back to the encoded form, which can grow.
+void RowProt::encodeBlobs() {
+  RowProt encoded;
+  encoded.count_ = 0;
+  for (NOXPBlob** blob = blobs_.get(); *blob; ++blob) encoded.addColumnValue(bytesOf(*blob));
+  clear();
+  own_ = std::move(encoded.own_);
+  ownSize_ = encoded.ownSize_;
+  encoded_ = encoded.encoded_;
+  encodedSize_ = encoded.encodedSize_;
+  count_ = encoded.count_;
+}
+
+/// Room for `n` more encoded bytes, in the row's own block.
+char* RowProt::room(std::size_t n) {
+  constexpr std::size_t kSmallestBlock = 112;
+  const std::size_t needed = encodedSize_ + n;
+  if (needed > std::numeric_limits<std::uint32_t>::max()) throw std::bad_alloc();
+  const bool atHome = encodedSize_ == 0 || encoded_ == own_.get();  // not in a frame or a set
+  if (!atHome || needed > ownSize_) {
+    const std::size_t size =
+        std::min<std::size_t>(std::max({needed, 2 * std::size_t{ownSize_}, kSmallestBlock}),
+                              std::numeric_limits<std::uint32_t>::max());
+    std::unique_ptr<char, Free> block(static_cast<char*>(std::malloc(size)));
+    if (!block) throw std::bad_alloc();
+    if (encodedSize_ > 0) std::memcpy(block.get(), encoded_, encodedSize_);
+    own_ = std::move(block);
+    ownSize_ = static_cast<std::uint32_t>(size);
+  }
+  encoded_ = own_.get();
+  return own_.get() + encodedSize_;
+}
+
+bool RowProt::copyTo(BinaryWriter& writer) {
+  if (blobs_ || count_ < 0 || typeid(*this) != typeid(RowProt)) return false;
+  writer.writeObject(TypeCode::Row, getClassVersion(), count_, {encoded_, encodedSize_});
+  return true;
+}
+
+void RowProt::moveValuesTo(char* place) {
+  std::memcpy(place, encoded_, encodedSize_);
+  encoded_ = place;
+  own_.reset();
+  ownSize_ = 0;
+}
+
 void RowProt::addColumnValue(std::string_view value) {
-  const char* const ownEnd = own_.data() + own_.size();
-  if (value.data() >= own_.data() && value.data() < ownEnd) {
-    return addColumnValue(std::string(value));  // about to move with the text it lies in
+  const std::less<const char*> before;
+  if (own_ && !before(value.data(), own_.get()) && before(value.data(), own_.get() + ownSize_)) {
+    return addColumnValue(std::string(value));  // about to move with the block it lies in
   }
-  if (blobs_) {
-    encodeBlobs();
-  } else if (count_ < 0) {
-    count_ = 0;
-  } else if (encodedSize_ > 0 && encoded_ != own_.data()) {
-    own_.assign(encoded_, encodedSize_);
-  }
-  const std::size_t begin = own_.size();
-  own_.resize(begin + kValueHead);
-  char* const head = own_.data() + begin;
-  head[0] = kBlobPrefix;
-  head[1] = kByteArrayPrefix;
-  storeBigEndian32(head + 2, static_cast<std::uint32_t>(value.size()));
-  own_.append(value);
-  own_.append(kValueTail, kEndOfEntity);
-  encoded_ = own_.data();
-  encodedSize_ = own_.size();
-  ++count_;
+  if (blobs_) encodeBlobs();
+  const std::size_t size = kValueHead + value.size() + kValueTail;
+  char* const to = room(size);
+  to[0] = kBlobPrefix;
+  to[1] = kByteArrayPrefix;
+  storeBigEndian32(to + 2, static_cast<std::uint32_t>(value.size()));
+  copyBytes(to + kValueHead, value.data(), value.size());
+  to[kValueHead + value.size()] = kEndOfEntity;
+  to[kValueHead + value.size() + 1] = kEndOfEntity;
+  encodedSize_ += static_cast<std::uint32_t>(size);
+  count_ = count_ < 0 ? 1 : count_ + 1;
 }
 
 // Deliberate: values are written without a name and read under one.
@@ -167,9 +208,8 @@ Archive& RowProt::serialize(Archive& ar, unsigned int /*version*/) {
     for (NOXPBlob** blob = blobs_.get(); *blob; ++blob) ar&* blob;
   } else if (count_ >= 0) {
     ar.process(count_, "numberOfFields");
-    Writer* const writer = ar.getWriter();
-    if (writer && typeid(*writer) == typeid(BinaryWriter)) {
-      static_cast<BinaryWriter*>(writer)->writeEncoded({encoded_, encodedSize_});
+    if (BinaryWriter* const writer = BinaryWriter::behind(ar)) {
+      writer->writeEncoded({encoded_, encodedSize_});
       return ar;
     }
     for (int i = 0; i < count_; ++i) {
@@ -186,11 +226,11 @@ void RowProt::readFields(Archive& ar, int count) {
   Reader* const source = ar.getReader();
   BinaryReader* reader = resultSet_ ? resultSet_->frameReader() : nullptr;
   const bool inSet = reader && reader == source;
-  if (!inSet) reader = dynamic_cast<BinaryReader*>(source);
+  if (!inSet) reader = BinaryReader::behind(ar);
   if (reader) {
     const std::string_view encoded = reader->takeBlobsInPlace(count, count_);
     encoded_ = encoded.data();
-    encodedSize_ = encoded.size();
+    encodedSize_ = static_cast<std::uint32_t>(encoded.size());
     if (!inSet && count_ > 0) frame_ = reader->shareFrame();
   }
   while (count_ < count) {

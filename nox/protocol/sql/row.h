@@ -3,15 +3,17 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <cstdlib>
 #include <memory>
-#include <string>
 #include <string_view>
 
+#include "nox/core/big_endian.h"
 #include "nox/protocol/message.h"
 
 namespace nox {
 class BinaryReader;
-}
+class BinaryWriter;
+}  // namespace nox
 
 namespace nox::noxp::sql {
 
@@ -43,7 +45,13 @@ public:
   NOXPBlob* getColumnValue(const char* name);
   /// The bytes of column `i` without making a blob: empty outside the row, valid while the row is
   /// not changed. Cheapest from left to right.
-  std::string_view getColumnView(int i) const;
+  std::string_view getColumnView(int i) const {
+    if (blobs_ || i != nextColumn_ || i >= count_) return lookUp(i);
+    const std::string_view value = valueAt(nextOffset_);
+    ++nextColumn_;
+    nextOffset_ += kValueHead + static_cast<std::uint32_t>(value.size()) + kValueTail;
+    return value;
+  }
   int getNumberOfFields() const;
   ResultSetProt* getResultSet() const { return resultSet_; }
 
@@ -53,21 +61,66 @@ public:
   Archive& serialize(Archive& ar, unsigned int version) override;
 
 private:
+  friend class ResultSetProt;  // keeps the encoded values of its rows together
+
+  // An encoded value: 'j', 'b', 4 bytes of length, the bytes, ';' twice.
+  static constexpr std::uint32_t kValueHead = 6;
+  static constexpr std::uint32_t kValueTail = 2;
+
   void RsmdConstructor(NOXPBlob** data, ResultSetMetaDataProt* metaData);
   void clear();
   void readFields(Archive& ar, int count);
-  void makeBlobs() const;
   void encodeBlobs();
-  std::string_view valueAt(std::size_t offset) const;
+  char* room(std::size_t n);
+  /// Writes the whole object where that takes no more than copying; false, with nothing written,
+  /// where `serialize` must do it.
+  bool copyTo(BinaryWriter& writer);
+  /// How many bytes of the row's own block hold values.
+  std::size_t ownEncodedSize() const {
+    return encoded_ && encoded_ == own_.get() ? encodedSize_ : 0;
+  }
+  /// Moves the values from the row's own block to `place`, which outlives the row.
+  void moveValuesTo(char* place);
+  std::string_view lookUp(int i) const;
+  std::string_view valueAt(std::uint32_t offset) const {
+    const char* const head = encoded_ + offset;
+    return {head + kValueHead, static_cast<std::uint32_t>(loadBigEndian32(head + 2))};
+  }
 
-  // Either blobs, or the encoded values: in the frame they came in, or in this row's own text.
-  mutable std::unique_ptr<NOXPBlob*[]> blobs_;
+  /// The row's blobs, ended by null: those of a caller's array, or made in one block with the
+  /// array.
+  class Blobs {
+  public:
+    Blobs() = default;
+    Blobs(const Blobs&) = delete;
+    Blobs& operator=(const Blobs&) = delete;
+    ~Blobs() { reset(); }
+    void adopt(NOXPBlob** array);
+    void make(const RowProt& row);
+    void reset();
+    NOXPBlob** get() const { return array_; }
+    explicit operator bool() const { return array_ != nullptr; }
+
+  private:
+    NOXPBlob** array_ = nullptr;
+    bool inOneBlock_ = false;
+  };
+
+  struct Free {
+    void operator()(char* block) const { std::free(block); }
+  };
+
+  // Either blobs, or the encoded values: in the frame they came in, or in this row's own block.
+  // Sets hold many rows; one of them stays within 120 bytes, a size that allocators hand out
+  // cheaply.
+  mutable Blobs blobs_;
   const char* encoded_ = nullptr;
-  std::size_t encodedSize_ = 0;
-  int count_ = -1;          // encoded values; -1 in a row that has none, not even zero
-  mutable int cursor_ = 0;  // the column that was asked for last, and where it begins
-  mutable std::size_t cursorOffset_ = 0;
-  std::string own_;
+  std::uint32_t encodedSize_ = 0;
+  int count_ = -1;              // encoded values; -1 in a row that has none, not even zero
+  mutable int nextColumn_ = 0;  // the one behind that asked for last, and where it begins
+  mutable std::uint32_t nextOffset_ = 0;
+  std::unique_ptr<char, Free> own_;
+  std::uint32_t ownSize_ = 0;
   std::shared_ptr<const void>
       frame_;  // of a row that is read by itself; a set holds it for its rows
   ResultSetProt* resultSet_ = nullptr;

@@ -171,6 +171,44 @@ TEST(Row, GrowsInEveryForm) {
   EXPECT_EQ(read->getColumnView(2), "D");
 }
 
+TEST(Row, KeepsValuesOfAnySize) {
+  RowProt row;
+  const std::string large(100000, 'x');
+  for (int i = 0; i < 3; ++i) {
+    row.addColumnValue(large);
+    row.addColumnValue(std::to_string(i));
+  }
+  ASSERT_EQ(row.getNumberOfFields(), 6);
+  EXPECT_EQ(row.getColumnView(5), "2");
+  EXPECT_EQ(row.getColumnView(0), large);
+  EXPECT_EQ(row.getColumnView(3), "1");
+  EXPECT_EQ(contentOf(row.getColumnValue(4)), large);
+}
+
+TEST(Row, OfASubclassWritesItself) {
+  struct Silent : RowProt {
+    Archive& serialize(Archive& ar, unsigned int) override { return ar; }
+  };
+  ResultSetProt set;
+  auto* const row = new Silent;
+  row->addColumnValue("A");
+  set.addRow(row);
+  EXPECT_BYTES(frameOf(set), framed(bytes("4C  49 00 00 00 6A  49 00 00 00 00  49 00 00 00 01"
+                                          "4C  49 00 00 00 6B  49 00 00 00 00  3B  3B")));
+}
+
+TEST(Row, TakesValuesAlsoInsideASet) {
+  ResultSetProt set;
+  auto* const row = new RowProt(&set);
+  row->addColumnValue("A");
+  set.addRow(row);
+  row->addColumnValue("BC");
+  EXPECT_EQ(row->getColumnView(0), "A");
+  EXPECT_EQ(row->getColumnView(1), "BC");
+  EXPECT_EQ(set.next(), row);
+  EXPECT_EQ(row->getColumnView(1), "BC");
+}
+
 TEST(Row, OfOneValueTakesIt) {
   RowProt row(new NOXPBlob("only"));
   EXPECT_EQ(contentOf(row.getColumnValue(0)), "only");
