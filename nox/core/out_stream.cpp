@@ -5,20 +5,27 @@
 
 namespace nox {
 
+namespace {
+
+void sendText(OutStream& out, NOXPString& text) {
+  // In this order: the conversion decides the length. A string that could not be converted keeps
+  // its old one, which says nothing about these bytes.
+  const unsigned char* bytes = text.getUTF8();
+  if (!bytes || text.getType() != NOXPString::Utf8) return;
+  const std::size_t n = text.length();
+  if (n > 0) out.send(reinterpret_cast<const char*>(bytes), n);
+}
+
+}  // namespace
+
 OutStream::~OutStream() = default;
 
 void OutStream::send(NOXPBlob& blob) { blobSend(&blob); }
 void OutStream::send(NOXPBlob* blob) { blobSend(blob); }
-void OutStream::send(NOXPString& text) { send(&text); }
+void OutStream::send(NOXPString& text) { sendText(*this, text); }
 
 void OutStream::send(NOXPString* text) {
-  if (!text) return;
-  // In this order: the conversion decides the length. A string that could not be converted keeps
-  // its old one, which says nothing about these bytes.
-  const unsigned char* bytes = text->getUTF8();
-  if (!bytes || text->getType() != NOXPString::Utf8) return;
-  const std::size_t n = text->length();
-  if (n > 0) send(reinterpret_cast<const char*>(bytes), n);
+  if (text) sendText(*this, *text);
 }
 
 void OutStream::blobSend(NOXPBlob* blob) {

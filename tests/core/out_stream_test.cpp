@@ -98,5 +98,41 @@ TEST(OutStream, BlobSendTakesACount) {
   EXPECT_EQ(sink.sent_, Calls{"ab"});
 }
 
+// A stream that frames the values it is handed, each by the form it came in.
+class NotingSink : public Sink {
+public:
+  using Sink::send;
+  void send(NOXPBlob& blob) override {
+    note("blob&");
+    OutStream::send(blob);
+  }
+  void send(NOXPBlob* blob) override {
+    note("blob*");
+    OutStream::send(blob);
+  }
+  void send(NOXPString& text) override {
+    note("text&");
+    OutStream::send(text);
+  }
+  void send(NOXPString* text) override {
+    note("text*");
+    OutStream::send(text);
+  }
+
+private:
+  void note(const char* form) { sent_.emplace_back(form); }
+};
+
+TEST(OutStream, CallsNoOtherFormThanThePrimitiveForAValue) {
+  NotingSink sink;
+  NOXPBlob blob("b");
+  NOXPString text("t");
+  sink.send(blob);
+  sink.send(&blob);
+  sink.send(text);
+  sink.send(&text);
+  EXPECT_EQ(sink.sent_, (Calls{"blob&", "b", "blob*", "b", "text&", "t", "text*", "t"}));
+}
+
 }  // namespace
 }  // namespace nox
