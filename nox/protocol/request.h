@@ -22,9 +22,9 @@ public:
   ~RequestProt() override;
 
   /// Whether this object was made to be read into, and so owns the select lists it points to.
-  bool isServerSide() const { return serverSide_; }
+  bool isServerSide() const { return serverSide; }
   /// The layout version with which `serialize` last ran, in the requests that depend on it.
-  unsigned int getSerializedVersion() const { return serializedVersion_; }
+  unsigned int getSerializedVersion() const { return serializedVersion; }
 
 protected:
   // Replies for request handlers: newly allocated, the caller's; null when there is no memory for
@@ -42,12 +42,10 @@ protected:
   ResponseProt* error(int status, std::string& msg);
   ResponseProt* error(int status, const char* msg);
 
-  void setServerSide(bool serverSide) { serverSide_ = serverSide; }
-  void setSerializedVersion(unsigned int version) { serializedVersion_ = version; }
-
-private:
-  bool serverSide_ = false;
-  unsigned int serializedVersion_ = 0;
+  // For subclasses to set: the first where the object is made to be read into, the second in
+  // `serialize`.
+  bool serverSide = false;
+  unsigned int serializedVersion = 0;
 };
 
 }  // namespace noxp

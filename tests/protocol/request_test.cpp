@@ -37,8 +37,8 @@ class Handler : public noxp::DummyRequestProt {
 public:
   using RequestProt::error;
   using RequestProt::OK;
-  using RequestProt::setSerializedVersion;
-  using RequestProt::setServerSide;
+  using RequestProt::serializedVersion;
+  using RequestProt::serverSide;
 };
 
 /// Class, subclass and message of the error in a reply, which it deletes.
@@ -59,8 +59,8 @@ TEST(Request, BelongsToTheSenderAndHasNoVersionAtFirst) {
 
 TEST(Request, CopiesWhatItKnowsOfItself) {
   Handler handler;
-  handler.setServerSide(true);
-  handler.setSerializedVersion(3);
+  handler.serverSide = true;
+  handler.serializedVersion = 3;
   handler.setClassVersion(2);
   const Handler copy(handler);
   EXPECT_TRUE(copy.isServerSide());

@@ -17,7 +17,7 @@ constexpr unsigned int kVersionWithSelectList = 1;
 RemoteExecuteRequestProt::RemoteExecuteRequestProt() {
   command_.emplaceEmpty();
   selectList_.emplaceEmpty();
-  setServerSide(true);
+  serverSide = true;
 }
 
 RemoteExecuteRequestProt::RemoteExecuteRequestProt(Borrowed<NOXPBlob> command)
@@ -31,7 +31,7 @@ RemoteExecuteRequestProt::RemoteExecuteRequestProt(Borrowed<NOXPBlob> command,
 
 RemoteExecuteRequestProt::RemoteExecuteRequestProt(const RemoteExecuteRequestProt& other)
     : Message(other), command_(other.command_), selectList_(other.selectList_) {
-  setServerSide(true);
+  serverSide = true;
 }
 
 RemoteExecuteRequestProt& RemoteExecuteRequestProt::operator=(
@@ -40,7 +40,7 @@ RemoteExecuteRequestProt& RemoteExecuteRequestProt::operator=(
   Message::operator=(other);
   command_ = other.command_;
   selectList_ = other.selectList_;
-  setServerSide(true);
+  serverSide = true;
   return *this;
 }
 
@@ -49,7 +49,7 @@ RemoteExecuteRequestProt::~RemoteExecuteRequestProt() {
 }
 
 Archive& RemoteExecuteRequestProt::serialize(Archive& ar, unsigned int version) {
-  setSerializedVersion(version);
+  serializedVersion = version;
   ar.process(command_.get(), "command");
   if (version == kVersionWithSelectList) ar.process(selectList_, "selectList");
   return ar;

@@ -51,7 +51,7 @@ SelectFileRequestProt::~SelectFileRequestProt() {
 }
 
 Archive& SelectFileRequestProt::serialize(Archive& ar, unsigned int version) {
-  setSerializedVersion(version);
+  serializedVersion = version;
   // Deliberate: no underscore, although the other file requests have one.
   return ar.process(fileName_, "fileName");
 }

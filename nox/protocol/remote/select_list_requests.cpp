@@ -8,7 +8,7 @@ namespace nox::noxp::remote {
 
 SelectListFetchRequestProt::SelectListFetchRequestProt() {
   modified_.emplaceEmpty();
-  setServerSide(true);
+  serverSide = true;
 }
 
 SelectListFetchRequestProt::SelectListFetchRequestProt(int selectListId, int fetchDirection,
@@ -27,7 +27,7 @@ SelectListFetchRequestProt::SelectListFetchRequestProt(const SelectListFetchRequ
       fetchSize_(other.fetchSize_),
       fetchData_(other.fetchData_),
       modified_(other.modified_) {
-  setServerSide(true);
+  serverSide = true;
 }
 
 SelectListFetchRequestProt& SelectListFetchRequestProt::operator=(
@@ -40,7 +40,7 @@ SelectListFetchRequestProt& SelectListFetchRequestProt::operator=(
   fetchSize_ = other.fetchSize_;
   fetchData_ = other.fetchData_;
   modified_ = std::move(modified);
-  setServerSide(true);
+  serverSide = true;
   return *this;
 }
 
@@ -58,7 +58,7 @@ Archive& SelectListFetchRequestProt::serialize(Archive& ar, unsigned int /*versi
 
 SelectListCommitRequestProt::SelectListCommitRequestProt() {
   modified_.emplaceEmpty();
-  setServerSide(true);
+  serverSide = true;
 }
 
 SelectListCommitRequestProt::SelectListCommitRequestProt(Borrowed<SelectListProt> modified)
@@ -67,7 +67,7 @@ SelectListCommitRequestProt::SelectListCommitRequestProt(Borrowed<SelectListProt
 SelectListCommitRequestProt::SelectListCommitRequestProt(const SelectListCommitRequestProt& other)
     : Request<SelectListCommitRequestProt, TypeCode::SelectListCommitRequest>(other),
       modified_(other.modified_) {
-  setServerSide(true);
+  serverSide = true;
 }
 
 SelectListCommitRequestProt& SelectListCommitRequestProt::operator=(
@@ -76,7 +76,7 @@ SelectListCommitRequestProt& SelectListCommitRequestProt::operator=(
   MaybeOwned<SelectListProt> modified(other.modified_);
   RequestProt::operator=(other);
   modified_ = std::move(modified);
-  setServerSide(true);
+  serverSide = true;
   return *this;
 }
 
@@ -84,7 +84,7 @@ Archive& SelectListCommitRequestProt::serialize(Archive& ar, unsigned int /*vers
   return ar.process(modified_, "modifiedSelectList");
 }
 
-SelectListCloseRequestProt::SelectListCloseRequestProt() { setServerSide(true); }
+SelectListCloseRequestProt::SelectListCloseRequestProt() { serverSide = true; }
 
 SelectListCloseRequestProt::SelectListCloseRequestProt(int selectListId)
     : selectListId_(selectListId) {}

@@ -14,7 +14,7 @@ constexpr unsigned int kVersionWithSelectList = 1;
 
 StatementExecuteQueryRequestProt::StatementExecuteQueryRequestProt() {
   selectList_.emplaceEmpty();
-  setServerSide(true);
+  serverSide = true;
 }
 
 StatementExecuteQueryRequestProt::StatementExecuteQueryRequestProt(
@@ -34,7 +34,7 @@ StatementExecuteQueryRequestProt::StatementExecuteQueryRequestProt(
 }
 
 Archive& StatementExecuteQueryRequestProt::serialize(Archive& ar, unsigned int version) {
-  setSerializedVersion(version);
+  serializedVersion = version;
   if (version >= kVersionWithSelectList) {
     return ar.process(query_, "_query").process(selectList_, "selectList");
   }

@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <cstdint>
-#include <typeinfo>
 #include <utility>
 
 #include "nox/core/archive.h"
@@ -43,7 +42,7 @@ RowProt* ResultSetProt::nextOfThisBatch() {
 }
 
 bool ResultSetProt::mayContinue() const {
-  if (!statement_ || written_) return false;
+  if (!statement_) return false;
   return numberOfRows_ == 0 || static_cast<std::uint64_t>(numberOfRows_) ==
                                    static_cast<std::uint64_t>(statement_->getFetchSize());
 }
@@ -57,10 +56,19 @@ void ResultSetProt::fetchContinuation(ResultSetProt& first) {
 }
 
 RowProt* ResultSetProt::next() {
+  if (written_) return nullptr;
+  if (chained_) {
+    // The head of the chain goes on to the next batch: called by each other, sets would be stacked
+    // as deep as the chain is long.
+    RowProt* const row = nextOfThisBatch();
+    usedUp_ = !row;
+    return row;
+  }
   for (;;) {
     ResultSetProt* const set = active_;
-    if (set != this && typeid(*set) != typeid(ResultSetProt)) return set->next();
-    if (RowProt* const row = set->nextOfThisBatch()) return row;
+    RowProt* const row = set == this ? nextOfThisBatch() : set->next();
+    if (row) return row;
+    if (set != this && !set->usedUp_) return nullptr;  // an overriding next() has its own end
     if (!set->continuation_ && set->mayContinue()) set->fetchContinuation(*this);
     if (!set->continuation_) return nullptr;
     active_ = set->continuation_.get();
@@ -89,13 +97,20 @@ void ResultSetProt::deleteRows() {
   blockRest_ = 0;
 }
 
+/// As a new set of the same statement.
+void ResultSetProt::startAgain() {
+  deleteRows();
+  dropContinuation();
+  written_ = false;
+}
+
 void ResultSetProt::addRow(RowProt* row) {
   if (!row) return;
   std::unique_ptr<RowProt> taken(row);
+  if (written_) startAgain();
   gather(*row);
   rows_.push_back(std::move(taken));
   ++numberOfRows_;
-  written_ = false;
 }
 
 /// Keeps the values of small rows together, so that a row costs one allocation and the next row can
@@ -157,9 +172,7 @@ void ResultSetProt::write(Archive& ar) {
 }
 
 void ResultSetProt::read(Archive& ar) {
-  deleteRows();
-  dropContinuation();
-  written_ = false;
+  startAgain();
   int count = 0;
   ar.process(count, "numberOfRows");
 

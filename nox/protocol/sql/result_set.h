@@ -56,6 +56,7 @@ private:
   bool mayContinue() const;
   void fetchContinuation(ResultSetProt& first);
   void dropContinuation();
+  void startAgain();
   std::unique_ptr<RowProt> detach(RowProt* row);
   void write(Archive& ar);
   void read(Archive& ar);
@@ -68,6 +69,7 @@ private:
   std::unique_ptr<ResultSetProt> continuation_;
   ResultSetProt* active_ = this;  // the batch of the chain that gives rows now
   bool chained_ = false;          // is another set's continuation
+  bool usedUp_ = false;           // a continuation that has given its last row
   bool written_ = false;
   std::shared_ptr<const void> frame_;  // the bytes that rows refer to, when they were read
   std::vector<std::unique_ptr<char[]>> blocks_;  // and when they were added

@@ -31,6 +31,11 @@ int countOf(NOXPBlob* const* blobs) {
   return count;
 }
 
+/// The blobs in the block that an array of `count` entries and its null begin.
+NOXPBlob* behind(NOXPBlob** array, int count) {
+  return reinterpret_cast<NOXPBlob*>(array + count + 1);
+}
+
 }  // namespace
 
 RowProt::RowProt(NOXPBlob* value) {
@@ -56,6 +61,7 @@ RowProt::~RowProt() = default;
 void RowProt::Blobs::adopt(NOXPBlob** array) {
   reset();
   array_ = array;
+  handOut();
 }
 
 void RowProt::Blobs::make(const RowProt& row) {
@@ -64,27 +70,30 @@ void RowProt::Blobs::make(const RowProt& row) {
   static_assert(alignof(NOXPBlob) <= alignof(NOXPBlob*));
   auto** const array =
       static_cast<NOXPBlob**>(::operator new(arraySize + count * sizeof(NOXPBlob)));
-  auto* blob = reinterpret_cast<NOXPBlob*>(array + count + 1);
+  auto* blob = behind(array, row.count_);
   for (std::size_t i = 0; i < count; ++i) {
     const std::string_view value = row.getColumnView(static_cast<int>(i));
     array[i] = new (blob++) NOXPBlob(value.data(), value.size());
   }
   array[count] = nullptr;
   array_ = array;
-  inOneBlock_ = true;
+  inBlock_ = row.count_;
 }
 
 void RowProt::Blobs::reset() {
   if (!array_) return;
-  if (inOneBlock_) {
-    for (NOXPBlob** blob = array_; *blob; ++blob) (*blob)->~NOXPBlob();
+  if (inBlock_ >= 0) {
+    // Whatever became of the array's entries outside.
+    NOXPBlob* const blobs = behind(array_, inBlock_);
+    for (int i = 0; i < inBlock_; ++i) blobs[i].~NOXPBlob();
     ::operator delete(array_);
   } else {
     for (NOXPBlob** blob = array_; *blob; ++blob) delete *blob;
     delete[] array_;
   }
   array_ = nullptr;
-  inOneBlock_ = false;
+  inBlock_ = -1;
+  handedOut_ = false;
 }
 
 void RowProt::clear() {
@@ -98,7 +107,7 @@ void RowProt::clear() {
 }
 
 int RowProt::getNumberOfFields() const {
-  if (blobs_) return countOf(blobs_.get());
+  if (blobs_.handedOut()) return countOf(blobs_.get());
   return count_ < 0 ? 0 : count_;
 }
 
@@ -115,11 +124,13 @@ std::string_view RowProt::lookUp(int i) const {
 
 NOXPBlob** RowProt::getData() const {
   if (!blobs_ && count_ >= 0) blobs_.make(*this);
-  return blobs_.get();
+  return blobs_.handOut();
 }
 
 NOXPBlob* RowProt::getColumnValue(int i) {
-  return i >= 0 && i < getNumberOfFields() ? getData()[i] : nullptr;
+  if (i < 0 || i >= getNumberOfFields()) return nullptr;
+  if (!blobs_) blobs_.make(*this);
+  return blobs_.get()[i];
 }
 
 NOXPBlob* RowProt::getColumnValue(const char* name) {

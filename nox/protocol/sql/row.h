@@ -37,7 +37,8 @@ public:
   RowProt& operator=(const RowProt&) = delete;
   ~RowProt() override;
 
-  /// The values as blobs, ended by a null entry; the row's own. Null in a row without values.
+  /// The values as blobs, ended by a null entry; the row's own: they may be changed in place, and
+  /// the array ended earlier, but not deleted. Null in a row without values.
   NOXPBlob** getData() const;
   /// The value of column `i`, from 0; the row's own, null outside the row.
   NOXPBlob* getColumnValue(int i);
@@ -99,11 +100,18 @@ private:
     void make(const RowProt& row);
     void reset();
     NOXPBlob** get() const { return array_; }
+    /// The array for the outside, where it may be shortened: its entries are counted from then on.
+    NOXPBlob** handOut() {
+      handedOut_ = array_ != nullptr;
+      return array_;
+    }
+    bool handedOut() const { return handedOut_; }
     explicit operator bool() const { return array_ != nullptr; }
 
   private:
     NOXPBlob** array_ = nullptr;
-    bool inOneBlock_ = false;
+    int inBlock_ = -1;  // how many blobs stand behind the array in its block; -1: a caller's array
+    bool handedOut_ = false;
   };
 
   struct Free {

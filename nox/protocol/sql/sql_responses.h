@@ -24,7 +24,7 @@ public:
   explicit Carried(T* borrowed) : value_(borrowed) {}
   Carried(const Carried& other) : value_(other.value_) {}
   Carried& operator=(const Carried& other) {
-    if (this == &other) return *this;
+    if (value_ == other.value_) return *this;  // also a borrower's copy, given back to the owner
     value_ = other.value_;
     owned_.reset();
     return *this;

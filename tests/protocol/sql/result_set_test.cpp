@@ -6,6 +6,8 @@
 #include <string>
 #include <vector>
 
+#include "nox/core/binary_reader.h"
+#include "nox/core/memory_streams.h"
 #include "nox/core/object_factory.h"
 #include "nox/diag/logger.h"
 #include "tests/protocol/sql/statement_double.h"
@@ -152,6 +154,25 @@ TEST(ResultSet, ALongChainOfBatchesDoesNotDeepenTheStack) {
   EXPECT_EQ(set->getNumTotalRows(), static_cast<unsigned long>(kBatches / 2));
 }
 
+TEST(ResultSet, ALongChainOfRefinedSetsDoesNotDeepenTheStackEither) {
+  struct Refined : ResultSetProt {};
+  struct : StatementDouble {
+    noxp::sql::ResultSetProt* fetchNextResultSet() override {
+      if (left-- == 0) return nullptr;
+      auto set = std::make_unique<Refined>();
+      set->setStatement(this);
+      addRows(*set, 1);
+      return set.release();
+    }
+    int left = 100000;
+  } statement;
+  statement.setFetchSize(1);
+  ResultSetProt set(&statement);
+  std::size_t rows = 0;
+  while (set.next()) ++rows;
+  EXPECT_EQ(rows, 100000u);
+}
+
 TEST(ResultSet, ACursorOfTypeOneKeepsTheCurrentRowOnly) {
   StatementDouble statement;
   statement.setCursorType(1);
@@ -184,6 +205,20 @@ TEST(ResultSet, WritingPullsAndDeletesEveryRowOfEveryBatch) {
     EXPECT_EQ(set->next(), nullptr);
     EXPECT_THAT(test::fieldsOf(*set), ElementsAre("int numberOfRows=0"));
   }
+}
+
+TEST(ResultSet, AWrittenSetAsksForNoMoreUntilItGetsRowsAgain) {
+  StatementDouble statement;
+  statement.setFetchSize(1);
+  statement.batches.push_back(batchOf(&statement, 1, 2));
+  const auto set = batchOf(&statement, 1);
+  frameOf(*set);
+  statement.batches.push_back(batchOf(&statement, 1, 3));  // the last batch was a full one
+  EXPECT_EQ(set->next(), nullptr);
+
+  addRows(*set, 1, 7);
+  EXPECT_EQ(set->getNumTotalRows(), 1ul);
+  EXPECT_EQ(restOf(*set).size(), 2u);
 }
 
 TEST(ResultSet, WritesOnlyTheRowsThatAreLeft) {
@@ -298,6 +333,27 @@ TEST(ResultSet, RowsSurviveTheNextFrameOfTheirReader) {
   const std::unique_ptr<Serializable> second(reader.readRootObject());
   EXPECT_THAT(restOf(dynamic_cast<ResultSetProt&>(*first)), ElementsAre("1", "2"));
   EXPECT_THAT(restOf(dynamic_cast<ResultSetProt&>(*second)), ElementsAre("8", "9"));
+}
+
+TEST(ResultSet, ValuesPassThroughAReaderThatRefinesTheLibrarys) {
+  struct Counting : BinaryReader {
+    using BinaryReader::BinaryReader;
+    using BinaryReader::process;
+    Archive& process(NOXPBlob* value, const char* name) override {
+      ++values;
+      return BinaryReader::process(value, name);
+    }
+    int values = 0;
+  };
+  const std::string frame = framed(bytes(kTwoRows));
+  MemoryBufferInputStream in(frame.data(), frame.size());
+  test::Classes<ResultSetProt> factory;
+  Counting reader(&factory, &in);
+  const std::unique_ptr<Serializable> root(reader.readRootObject());
+  EXPECT_EQ(reader.values, 2);
+  auto* const set = dynamic_cast<ResultSetProt*>(root.get());
+  ASSERT_NE(set, nullptr);
+  EXPECT_THAT(restOf(*set), ElementsAre("1", "2"));
 }
 
 TEST(ResultSet, ReadRowsCostOneAllocationEach) {

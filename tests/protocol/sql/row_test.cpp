@@ -102,6 +102,16 @@ TEST(Row, BlobsThatWereAskedForHoldFromThenOn) {
               ElementsAre("int numberOfFields=2", "blob -=63 68 61 6E 67 65 64", "blob -=42 43"));
 }
 
+TEST(Row, EndsWhereItsArrayWasShortened) {
+  test::Classes<RowProt> factory;
+  const auto row = test::readAs<RowProt>(framed(bytes(kTwoValues)), factory);
+  row->getColumnValue(1)->assign(std::string(5000, 'x').data(), 5000);
+  row->getData()[1] = nullptr;
+  EXPECT_EQ(row->getNumberOfFields(), 1);
+  EXPECT_EQ(row->getColumnValue(1), nullptr);
+  EXPECT_EQ(row->getColumnView(1), "");
+}
+
 TEST(Row, OutlivesTheFrameItCameIn) {
   test::Classes<RowProt> factory;
   std::string first = framed(bytes(kTwoValues));
@@ -214,6 +224,14 @@ TEST(Row, OfOneValueTakesIt) {
   EXPECT_EQ(contentOf(row.getColumnValue(0)), "only");
   EXPECT_EQ(row.getResultSet(), nullptr);
   EXPECT_THAT(test::fieldsOf(row), ElementsAre("int numberOfFields=1", "blob -=6F 6E 6C 79"));
+}
+
+TEST(Row, OfNoArrayHasNoValues) {
+  ResultSetProt set;
+  RowProt row(static_cast<NOXPBlob**>(nullptr), &set);
+  EXPECT_EQ(row.getNumberOfFields(), 0);
+  EXPECT_EQ(row.getColumnValue(0), nullptr);
+  EXPECT_EQ(row.getColumnView(0), "");
 }
 
 TEST(Row, FindsValuesByTheNamesOfItsDescription) {

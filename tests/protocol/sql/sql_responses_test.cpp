@@ -116,6 +116,14 @@ TEST(SQLResultResponse, ACopyBorrowsTheSameObject) {
   EXPECT_EQ(read->getResultSet()->getNumTotalRows(), 1ul);
 }
 
+TEST(SQLResultResponse, KeepsItsObjectWhenABorrowersCopyIsGivenBack) {
+  test::Classes<SQLResultResponseProt> factory;
+  const auto read = test::readAs<SQLResultResponseProt>(framed(bytes(kOneRow)), factory);
+  const SQLResultResponseProt borrower(*read);
+  *read = borrower;
+  EXPECT_EQ(read->getResultSet()->getNumTotalRows(), 1ul);
+}
+
 TEST(SQLResultResponse, ReadingTwiceFreesWhatWasReadFirst) {
   test::Classes<> factory;
   SQLResultResponseProt reply;
