@@ -56,7 +56,7 @@ AuthObjectFactory::AuthObjectFactory() {
 
 Serializable* AuthObjectFactory::create() {
   NOX_LOG(filelog::debug) << "AuthObjectFactory::create()" << EndLog();
-  return new AuthObjectFactory;
+  return newOrNull<AuthObjectFactory>();
 }
 
 }  // namespace auth

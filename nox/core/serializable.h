@@ -2,6 +2,7 @@
 #pragma once
 
 #include <cstdint>
+#include <new>
 
 #include "nox/core/export.h"
 
@@ -54,6 +55,17 @@ public:
 
   properties_t* getProperties() const { return properties_; }
   void setProperties(properties_t* properties) { properties_ = properties; }
+
+protected:
+  /// What `create` answers: a new T, or null when memory ran out.
+  template <class T>
+  static T* newOrNull() {
+    try {
+      return new T;
+    } catch (const std::bad_alloc&) {
+      return nullptr;
+    }
+  }
 
 private:
   int classVersion_ = 0;

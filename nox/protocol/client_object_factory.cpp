@@ -63,7 +63,7 @@ ClientObjectFactory::ClientObjectFactory() {
 
 Serializable* ClientObjectFactory::create() {
   NOX_LOG(filelog::debug) << "ClientObjectFactory::create()" << EndLog();
-  return new ClientObjectFactory;
+  return newOrNull<ClientObjectFactory>();
 }
 
 }  // namespace nox

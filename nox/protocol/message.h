@@ -1,8 +1,6 @@
 // What every message has in common: its type code, its prototype operation and fields that own.
 #pragma once
 
-#include <new>
-
 #include "nox/core/owned.h"
 #include "nox/core/serializable.h"
 #include "nox/protocol/request.h"
@@ -16,13 +14,7 @@ template <class Self, int Code, class Base>
 class NOX_EXPORT Message : public Base {
 public:
   /// Null when memory ran out.
-  Serializable* create() override {
-    try {
-      return new Self;
-    } catch (const std::bad_alloc&) {
-      return nullptr;
-    }
-  }
+  Serializable* create() override { return Serializable::newOrNull<Self>(); }
   int getType() override { return Code; }
 
 protected:

@@ -26,7 +26,7 @@ class NOX_EXPORT EISMetaDataResponseProt
 public:
   EISMetaDataResponseProt() = default;
   /// Borrows `repository`, which must outlive this reply; null has no facts.
-  explicit EISMetaDataResponseProt(MetaDataRepositoryProt* repository) : repository_(repository) {}
+  EISMetaDataResponseProt(MetaDataRepositoryProt* repository) : repository_(repository) {}
 
   MetaDataRepositoryProt* getRepository() const { return repository_; }
 

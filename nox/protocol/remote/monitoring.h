@@ -12,7 +12,7 @@ class NOX_EXPORT MonitoringRequestProt
     : public Request<MonitoringRequestProt, TypeCode::MonitoringRequest> {
 public:
   MonitoringRequestProt() = default;
-  explicit MonitoringRequestProt(const std::string& command) : command_(command) {}
+  MonitoringRequestProt(const std::string& command) : command_(command) {}
   /// The command, one space and the argument; the space stays when the argument is empty.
   MonitoringRequestProt(const std::string& command, const std::string& argument)
       : command_(command + " " + argument) {}
@@ -30,7 +30,7 @@ class NOX_EXPORT MonitoringResponseProt
     : public Response<MonitoringResponseProt, TypeCode::MonitoringResponse> {
 public:
   MonitoringResponseProt() = default;
-  explicit MonitoringResponseProt(const std::string& response) : response_(response) {}
+  MonitoringResponseProt(const std::string& response) : response_(response) {}
 
   const std::string& response() const { return response_; }
   const std::string& getResponse() const { return response_; }

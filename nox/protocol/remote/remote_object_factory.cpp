@@ -1,7 +1,5 @@
 #include "nox/protocol/remote/remote_object_factory.h"
 
-#include <new>
-
 #include "nox/diag/file_loggers.h"
 #include "nox/protocol/common_messages.h"
 #include "nox/protocol/parameter_list.h"
@@ -59,11 +57,7 @@ RemoteObjectFactory::~RemoteObjectFactory() = default;
 
 Serializable* RemoteObjectFactory::create() {
   NOX_LOG(filelog::debug) << "RemoteObjectFactory::create()" << EndLog();
-  try {
-    return new RemoteObjectFactory;
-  } catch (const std::bad_alloc&) {
-    return nullptr;
-  }
+  return newOrNull<RemoteObjectFactory>();
 }
 
 }  // namespace nox::noxp::remote

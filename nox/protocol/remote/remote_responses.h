@@ -27,8 +27,7 @@ class NOX_EXPORT ToviResponseProt : public Response<ToviResponseProt, TypeCode::
 public:
   ToviResponseProt() = default;
   /// Takes `record` and `list` over; both may be null.
-  explicit ToviResponseProt(int status, Adopted<NOXPBlob> record,
-                            Adopted<Serializable> list = nullptr);
+  ToviResponseProt(int status, Adopted<NOXPBlob> record, Adopted<Serializable> list = nullptr);
 
   int getStatus() const { return status_; }
   NOXPBlob* getRecord() const { return record_.get(); }
@@ -75,7 +74,7 @@ class NOX_EXPORT SubroutineResponseProt
 public:
   SubroutineResponseProt() = default;
   /// Copies `parameters`; null leaves them absent.
-  explicit SubroutineResponseProt(int status, Copied<ParameterListProt> parameters = nullptr);
+  SubroutineResponseProt(int status, Copied<ParameterListProt> parameters = nullptr);
 
   int getStatus() const { return status_; }
   ParameterListProt* getParameters() const { return parameters_.get(); }
@@ -110,7 +109,7 @@ class NOX_EXPORT ReadCommonResponseProt
 public:
   ReadCommonResponseProt() = default;
   /// Copies a blob or the bytes of a C string.
-  explicit ReadCommonResponseProt(CopiedBlob value);
+  ReadCommonResponseProt(CopiedBlob value);
 
   NOXPBlob* getValue() const { return value_.get(); }
 
@@ -125,8 +124,8 @@ class NOX_EXPORT ConvResponseProt : public Response<ConvResponseProt, TypeCode::
 public:
   ConvResponseProt() = default;
   /// Copies the bytes of the string's text, which becomes Narrow where it is Wide.
-  explicit ConvResponseProt(NOXPString* result);
-  explicit ConvResponseProt(const NOXPBlob* result);
+  ConvResponseProt(NOXPString* result);
+  ConvResponseProt(const NOXPBlob* result);
 
   NOXPBlob* getResult() const { return result_.get(); }
 
@@ -141,7 +140,7 @@ class NOX_EXPORT SwitchAccountResponseProt
     : public Response<SwitchAccountResponseProt, TypeCode::SwitchAccountResponse> {
 public:
   SwitchAccountResponseProt() = default;
-  explicit SwitchAccountResponseProt(int status);
+  SwitchAccountResponseProt(int status);
 
   int getStatus() const { return status_; }
 

@@ -26,7 +26,7 @@ public:
   SelectListProt() = default;
   /// A list with id 0 of the keys in `keys`, which are separated by attribute marks. The blob is
   /// only read; null gives no keys.
-  explicit SelectListProt(const NOXPBlob* keys);
+  SelectListProt(const NOXPBlob* keys);
   /// The same keys, modified positions and records, with the cursor before the first key.
   SelectListProt(const SelectListProt& other);
   /// A chunk: the next `count` entries of `source`, whose cursor moves over them. With
@@ -112,7 +112,7 @@ private:
 class NOX_EXPORT SelectListProt5 : public Payload<SelectListProt5, TypeCode::SelectList5> {
 public:
   SelectListProt5() = default;
-  explicit SelectListProt5(Adopted<NOXPBlob> keys);
+  SelectListProt5(Adopted<NOXPBlob> keys);
   SelectListProt5(const SelectListProt5& other) = default;
   explicit SelectListProt5(const SelectListProt5* other);
   SelectListProt5& operator=(const SelectListProt5& other) = default;

@@ -44,7 +44,7 @@ class NOX_EXPORT SelectListCommitRequestProt
     : public Request<SelectListCommitRequestProt, TypeCode::SelectListCommitRequest> {
 public:
   SelectListCommitRequestProt();
-  explicit SelectListCommitRequestProt(Borrowed<SelectListProt> modified);
+  SelectListCommitRequestProt(Borrowed<SelectListProt> modified);
   SelectListCommitRequestProt(const SelectListCommitRequestProt& other);
   SelectListCommitRequestProt& operator=(const SelectListCommitRequestProt& other);
 
@@ -61,7 +61,7 @@ class NOX_EXPORT SelectListCloseRequestProt
     : public Request<SelectListCloseRequestProt, TypeCode::SelectListCloseRequest> {
 public:
   SelectListCloseRequestProt();
-  explicit SelectListCloseRequestProt(int selectListId);
+  SelectListCloseRequestProt(int selectListId);
 
   int getSelectListId() const { return selectListId_; }
 
@@ -76,7 +76,7 @@ class NOX_EXPORT SelectListFetchResponseProt
     : public Response<SelectListFetchResponseProt, TypeCode::SelectListFetchResponse> {
 public:
   SelectListFetchResponseProt() = default;
-  explicit SelectListFetchResponseProt(Adopted<SelectListProt> list);
+  SelectListFetchResponseProt(Adopted<SelectListProt> list);
 
   SelectListProt* getSelectList() const { return list_.get(); }
 

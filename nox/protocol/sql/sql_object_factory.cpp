@@ -50,7 +50,7 @@ SQLObjectFactory::SQLObjectFactory() {
 
 Serializable* SQLObjectFactory::create() {
   NOX_LOG(filelog::debug) << "SQLObjectFactory::create()" << EndLog();
-  return new SQLObjectFactory;
+  return newOrNull<SQLObjectFactory>();
 }
 
 }  // namespace nox::noxp::sql
