@@ -118,7 +118,7 @@ void SelectListProt::readEntries(Archive& ar) {
   ar.process(numRecords, "numRecords");
   dropRecords();
   for (int i = 0; i < numRecords; ++i) {
-    records_.push_back(share(std::make_unique<NOXPBlob>()));
+    records_.push_back(std::make_shared<std::unique_ptr<NOXPBlob>>(std::make_unique<NOXPBlob>()));
     ar.process(records_.back()->get(), "record");
   }
   int numUpdatedRecords = 0;
@@ -176,25 +176,23 @@ void SelectListProt::setRecord(NOXPBlob* record) {
     dropRecords();
     records_.resize(keys_.size());
   }
-  if (recordAtCursor() == nullptr || record != recordAtCursor()->get()) {
-    std::unique_ptr<NOXPBlob> taken(record);
-    try {
-      records_[position_ - 1] = share(std::move(taken));
-    } catch (...) {
-      static_cast<void>(taken.release());
-      throw;
-    }
-  }
+  const SharedRecord& current = recordAtCursor();
+  if (!current || record != current->get()) records_[position_ - 1] = hold(record);
   modified_.insert(position_);
 }
 
-SelectListProt::SharedRecord SelectListProt::share(std::unique_ptr<NOXPBlob> record) {
-  return record ? std::make_shared<std::unique_ptr<NOXPBlob>>(std::move(record)) : nullptr;
+/// Takes `record` over, unless it throws. One that this list gave up before is its own already.
+SelectListProt::SharedRecord SelectListProt::hold(NOXPBlob* record) {
+  if (!record) return nullptr;
+  if (const auto dropped = dropped_.extract(record)) return std::move(dropped.mapped());
+  auto held = std::make_shared<std::unique_ptr<NOXPBlob>>();
+  held->reset(record);
+  return held;
 }
 
 void SelectListProt::dropRecords() {
   for (SharedRecord& record : records_) {
-    if (record) dropped_.push_back(std::move(record));
+    if (record) dropped_.emplace(record->get(), record);
   }
   records_.clear();
 }

@@ -1,6 +1,7 @@
 // Select lists: ordered record keys, with the records beside them when the client asked for data.
 #pragma once
 
+#include <map>
 #include <memory>
 #include <set>
 #include <string>
@@ -93,7 +94,7 @@ private:
   using SharedRecord = std::shared_ptr<std::unique_ptr<NOXPBlob>>;
 
   [[noreturn]] static void throwKeyError();
-  static SharedRecord share(std::unique_ptr<NOXPBlob> record);
+  SharedRecord hold(NOXPBlob* record);
   const SharedRecord& recordAtCursor() const;
   void dropRecords();
   void writeEntries(Archive& ar);
@@ -105,7 +106,9 @@ private:
   std::vector<std::string> keys_;
   std::vector<SharedRecord> records_;  // entry i belongs to key i; may be shorter than the keys
   std::set<unsigned long> modified_;
-  std::vector<SharedRecord> dropped_;  // replaced records, whose pointers stay valid with the list
+  // Records that were given up as a whole. Their pointers stay valid with the list, and may be set
+  // again.
+  std::map<NOXPBlob*, SharedRecord> dropped_;
 };
 
 /// The older, flat form: all keys in one blob, separated by attribute marks.
