@@ -1,10 +1,8 @@
 // The first message of every connection, read before anybody is known.
-#include "fuzz/fuzz_target.h"
-#include "fuzz/read_frames.h"
+#include "fuzz/factory_fuzzer.h"
 #include "nox/auth/authentication.h"
 
-int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
-  static nox::noxp::auth::AuthObjectFactory factory;
-  nox::fuzz::readFrames(data, size, factory);
-  return 0;
+nox::ObjectFactory& nox::fuzz::factoryUnderTest() {
+  static noxp::auth::AuthObjectFactory factory;
+  return factory;
 }

@@ -1,7 +1,6 @@
 // The frame reader, with one class per kind of field and a few of the library's own.
-#include "fuzz/fuzz_target.h"
+#include "fuzz/factory_fuzzer.h"
 #include "fuzz/page.h"
-#include "fuzz/read_frames.h"
 #include "nox/protocol/common_messages.h"
 #include "nox/protocol/parameter_list.h"
 #include "nox/protocol/sql_ext_error.h"
@@ -9,13 +8,11 @@
 #include "tests/core/samples.h"
 #include "tests/support/frames.h"
 
-int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
-  using namespace nox;
+nox::ObjectFactory& nox::fuzz::factoryUnderTest() {
   static test::Classes<test::Pair, test::Text, test::Bytes, test::Nulls, test::Holder,
-                       test::Anything, test::Everything, test::Ask, fuzz::Page, OKResponseProt,
+                       test::Anything, test::Everything, test::Ask, Page, OKResponseProt,
                        ErrorResponseProt, SQLExtError, noxp::ACEBinaryFormatParameterListProt,
                        noxp::common::EchoRequestProt, noxp::common::EchoResponseProt>
       factory;
-  fuzz::readFrames(data, size, factory);
-  return 0;
+  return factory;
 }

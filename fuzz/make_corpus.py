@@ -70,13 +70,89 @@ def frames():
 
 
 def auth_factory():
-    credentials = obj(111, string(b"user"), string(b"password"))
-    account = obj(112, string(b"user"), string(b"password"), string(b"account"))
+    credentials = obj(111, string(b"user"), string(b"password"), string(b"seed"), integer(0))
+    account = obj(112, string(b"user"), string(b"account"), string(b"password"))
     seed("auth_factory", "inside-itself", frame(obj(15, obj(15, obj(15, NULL)))))
     seed("auth_factory", "login", frame(obj(15, credentials)))
-    seed("auth_factory", "login-with-properties",
-         frame(obj(15, credentials, obj(103, integer(0)), version=1)))
+    seed("auth_factory", "login-to-an-account", frame(obj(15, account, version=1)))
+    seed("auth_factory", "no-credentials", frame(obj(15, obj(103, integer(0)))))
     seed("auth_factory", "account", frame(account))
+
+
+# The samples of every class are made by the targets; these are what takes more than one change.
+HUGE = integer(0x7FFFFFFF)
+
+
+def result_set(*rows, count=None):
+    return obj(106, integer(len(rows) if count is None else count), *rows)
+
+
+def row(*values):
+    return obj(107, integer(len(values)), *map(blob, values))
+
+
+def select_list(keys, records=None, updated=()):
+    if records is None:
+        return obj(404, integer(0), integer(len(keys)), *map(string, keys), integer(0))
+    return obj(404, integer(0), integer(len(keys)), *map(string, keys), integer(1),
+               integer(len(records)), *records, integer(len(updated)), *map(integer, updated))
+
+
+def parameters(*values):
+    slots = [part for value in values for part in (integer(1), integer(0), value)]
+    return obj(103, integer(len(values)), *slots)
+
+
+def sql_factory():
+    seed("sql_factory", "bind", frame(obj(5, integer(7), parameters(blob(b"a"), NULL))))
+    seed("sql_factory", "bind-claims-2-gi-parameters", frame(obj(5, integer(7), obj(103, HUGE))))
+    seed("sql_factory", "rows", frame(obj(116, integer(7), result_set(
+        row(b"1", b"", b"\xfe"), row(), row(b"x" * 600)))))
+    seed("sql_factory", "rows-claim-2-gi", frame(obj(116, integer(7), result_set(
+        row(b"1"), count=0x7FFFFFFF))))
+    seed("sql_factory", "row-claims-2-gi-values", frame(obj(107, HUGE, blob(b"a"))))
+    seed("sql_factory", "null-row-and-null-value", frame(result_set(
+        NULL, obj(107, integer(2), NULL, blob(b"b")))))
+    columns = [obj(105, string(b"%d:N%d,tableName:T,scale::,hidden:" % (i, i))) for i in (1, 2)]
+    seed("sql_factory", "description", frame(obj(117, integer(7), obj(
+        104, integer(3), *columns, NULL, integer(1), columns[0], version=2))))
+
+
+def remote_factory():
+    seed("remote_factory", "execute", frame(obj(
+        220, blob(b"LIST"), select_list([b"a", b"b"]), version=1)))
+    seed("remote_factory", "fewer-records-than-keys", frame(select_list(
+        [b"a", b"b", b"c"], [blob(b"one"), NULL], [1, -1])))
+    seed("remote_factory", "more-records-than-keys", frame(select_list([b"a"], [blob(b"b")] * 3, [3])))
+    seed("remote_factory", "list-claims-2-gi-keys", frame(obj(404, integer(0), HUGE)))
+    seed("remote_factory", "list-claims-2-gi-records", frame(obj(
+        404, integer(0), integer(0), integer(1), HUGE)))
+    seed("remote_factory", "call", frame(obj(209, string(b"SUB"), parameters(blob(b"a"), NULL))))
+    seed("remote_factory", "xa", frame(obj(214, obj(402, integer(3), string(b"branch")))))
+    seed("remote_factory", "key-too-long-in-utf-8", frame(b"GZIP" + gzip(
+        select_list([b"\xff" * 30000]))))
+
+
+def client_factory():
+    seed("client_factory", "record-and-list", frame(obj(
+        301, integer(0), blob(b"record"), select_list([b"k"], [blob(b"v")], [1]))))
+    seed("client_factory", "nothing-but-nulls", frame(obj(301, integer(0), NULL, NULL)))
+    seed("client_factory", "another-list", frame(obj(301, integer(0), NULL, obj(401, blob(b"a\xfeb")))))
+    seed("client_factory", "repository", frame(obj(313, integer(4), *[blob(b"x")] * 8)))
+    seed("client_factory", "inside-itself",
+         frame(obj(101, integer(1), *[obj(101, integer(1))] * 4)))
+    seed("client_factory", "compressed-rows", frame(b"GZIP" + gzip(obj(
+        116, integer(1), result_set(*[row(b"value", b"")] * 20)))))
+
+
+def agent_factory():
+    seed("agent_factory", "session",
+         frame(obj(15, obj(111, string(b"u"), string(b"p"), string(b""), integer(0))))
+         + frame(obj(14, string(b"SELECT 1"))) + frame(obj(6, integer(1), integer(10)))
+         + frame(obj(232, integer(1))))
+    seed("agent_factory", "http-then-frame",
+         b"POST / HTTP/1.1\r\nContent-Length: 2\r\n\r\nok" + frame(obj(219)))
+    seed("agent_factory", "commit", frame(obj(231, select_list([b"k"], [blob(b"v")], [1]))))
 
 
 def gzips():
@@ -128,6 +204,10 @@ def strings():
 
 frames()
 auth_factory()
+sql_factory()
+remote_factory()
+client_factory()
+agent_factory()
 gzips()
 http()
 strings()

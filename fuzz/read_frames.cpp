@@ -2,12 +2,13 @@
 
 #include <algorithm>
 #include <cstring>
+#include <functional>
 #include <memory>
 #include <string>
 
 #include "fuzz/fuzz_target.h"
+#include "fuzz/use_object.h"
 #include "nox/core/binary_reader.h"
-#include "nox/core/binary_writer.h"
 #include "nox/core/exceptions.h"
 #include "nox/core/memory_streams.h"
 #include "nox/encodings/xml_object_writer.h"
@@ -38,26 +39,18 @@ private:
 // Enough for the errors within left-over frames; every round takes at least a byte.
 constexpr int kMostRoots = 64;
 
-std::string written(Serializable& root) {
-  MemoryBufferOutStream out;
-  BinaryWriter(&out).writeRoot(root);
-  return out.str();
-}
+/// What is done with an object that was read, and what came of it.
+using Action = std::function<std::string(Serializable&)>;
 
-void writeXml(ObjectFactory& factory, Serializable& root) {
-  BufferedOutStream text(nullptr, true);
-  XMLObjectWriter(&factory, &text).writeRoot(root);
-}
-
-// One line per root object or error, with the object as it is written again.
-std::string outcomes(InputStream& stream, ObjectFactory& factory) {
+// One line per root object or error, with what came of the object.
+std::string outcomes(InputStream& stream, ObjectFactory& factory, const Action& action,
+                     int mostRoots = kMostRoots) {
   BinaryReader reader(&factory, &stream);
   std::string log;
-  for (int i = 0; i < kMostRoots; ++i) {
+  for (int i = 0; i < mostRoots; ++i) {
     try {
       const std::unique_ptr<Serializable> root(reader.readRootObject());
-      log += root ? written(*root) : "null";
-      if (root) writeXml(factory, *root);
+      log += root ? action(*root) : "null";
     } catch (NOXException* thrown) {
       const std::unique_ptr<NOXException> error(thrown);
       log += error->what();
@@ -75,15 +68,56 @@ std::string outcomes(InputStream& stream, ObjectFactory& factory) {
   return log;
 }
 
+std::string xml(ObjectFactory& factory, Serializable& root) {
+  BufferedOutStream text(nullptr, true);
+  XMLObjectWriter(&factory, &text).writeRoot(root);
+  return {reinterpret_cast<const char*>(text.getBuffer()), text.getLength()};
+}
+
+/// The frame that the next reader of `frame` would write; empty where it reads no object.
+std::string passedOn(const std::string& frame, ObjectFactory& factory) {
+  MemoryBufferInputStream memory(frame.data(), frame.size());
+  std::string next;
+  const auto keep = [&next](Serializable& root) {
+    next = written(root);
+    return std::string();
+  };
+  outcomes(memory, factory, keep, 1);
+  return next;
+}
+
+/// From the second time on an object is passed on as it came, where it can be read: a row without
+/// values is written without their count, and texts that are longer in UTF-8 may become too long.
+/// The first time may cut a text at its NUL, which shortens the description of a column.
+void sendOn(ObjectFactory& factory, Serializable& root) {
+  const std::string once = passedOn(written(root), factory);
+  if (once.empty()) return;
+  const std::string twice = passedOn(once, factory);
+  require(twice.empty() || twice == once, "an object that is passed on stays the same");
+}
+
 }  // namespace
 
 void readFrames(const std::uint8_t* data, std::size_t size, ObjectFactory& factory) {
   const char* const bytes = reinterpret_cast<const char*>(data);
   MemoryBufferInputStream memory(bytes, size);
   Connection connection(bytes, size);
-  const std::string fromMemory = outcomes(memory, factory);
-  const std::string fromConnection = outcomes(connection, factory);
-  require(fromMemory == fromConnection, "memory and connections are read alike");
+  require(outcomes(memory, factory, written) == outcomes(connection, factory, written),
+          "memory and connections are read alike");
+
+  // Again for each use: rows that went out are gone.
+  MemoryBufferInputStream toUse(bytes, size);
+  outcomes(toUse, factory, [](Serializable& root) {
+    useObject(root);
+    return "used";
+  });
+  Connection toShow(bytes, size);
+  outcomes(toShow, factory, [&](Serializable& root) { return xml(factory, root); });
+  MemoryBufferInputStream toSendOn(bytes, size);
+  outcomes(toSendOn, factory, [&](Serializable& root) {
+    sendOn(factory, root);
+    return "sent on";
+  });
 }
 
 }  // namespace nox::fuzz

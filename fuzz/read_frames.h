@@ -11,7 +11,7 @@ class ObjectFactory;
 namespace fuzz {
 
 /// Reads frame after frame of the input, through memory and through a connection; both must come to
-/// the same objects and errors. Every object that was read is also written, in both forms.
+/// the same objects and errors. Every object that was read is also used, shown as XML, and sent on.
 void readFrames(const std::uint8_t* data, std::size_t size, ObjectFactory& factory);
 
 }  // namespace fuzz
