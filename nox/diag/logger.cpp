@@ -9,6 +9,7 @@
 #include <cerrno>
 #include <cstdio>
 #include <cstdlib>
+#include <new>
 #include <utility>
 #include <vector>
 
@@ -71,6 +72,17 @@ std::uint64_t nextId() {
   return ++last;
 }
 
+/// Runs `action` on the calling thread's open chain of a logger. What there is no memory for is
+/// left out: reporting a condition never adds another, least of all in a destructor.
+template <class Action>
+void gather(std::uint64_t logger, Action action) noexcept {
+  try {
+    if (Chains* chains = Chains::ofThread()) action(chains->open(logger));
+  } catch (const std::bad_alloc&) {
+    return;
+  }
+}
+
 }  // namespace
 
 Logger::Logger(Log_Priority priority, const char* format)
@@ -84,28 +96,24 @@ Logger::~Logger() {
 }
 
 Logger& Logger::operator<<(const char* text) {
-  Chains* const chains = Chains::ofThread();
-  if (chains && text) chains->open(id_).text += text;
+  if (text) gather(id_, [text](Chain& chain) { chain.text += text; });
   return *this;
 }
 
 Logger& Logger::operator<<(const std::string& text) {
-  if (Chains* chains = Chains::ofThread()) chains->open(id_).text += text;
+  gather(id_, [&text](Chain& chain) { chain.text += text; });
   return *this;
 }
 
 Logger& Logger::operator<<(const void* address) {
-  if (Chains* chains = Chains::ofThread()) {
-    constexpr int kMostCharacters = 32;
-    char text[kMostCharacters];
-    std::snprintf(text, sizeof text, "%p", address);
-    chains->open(id_).text += text;
-  }
-  return *this;
+  constexpr int kMostCharacters = 32;
+  char text[kMostCharacters];
+  std::snprintf(text, sizeof text, "%p", address);
+  return *this << text;
 }
 
 Logger& Logger::operator<<(long number) {
-  if (Chains* chains = Chains::ofThread()) chains->open(id_).text += std::to_string(number);
+  gather(id_, [number](Chain& chain) { chain.text += std::to_string(number); });
   return *this;
 }
 
@@ -125,12 +133,12 @@ Logger& Logger::operator<<(const EndLog&) {
 }
 
 Logger& Logger::setFile(const char* file) {
-  if (Chains* chains = Chains::ofThread()) chains->open(id_).file = file ? file : "";
+  gather(id_, [file](Chain& chain) { chain.file = file ? file : ""; });
   return *this;
 }
 
 Logger& Logger::setLine(unsigned int line) {
-  if (Chains* chains = Chains::ofThread()) chains->open(id_).line = line;
+  gather(id_, [line](Chain& chain) { chain.line = line; });
   return *this;
 }
 
