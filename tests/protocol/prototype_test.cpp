@@ -18,16 +18,19 @@ thread_local int allocationsLeft = kPlenty;
 
 }  // namespace
 
-// These pair up with malloc and free; the library's objects come through them as well.
-void* operator new(std::size_t n) {
+// These pair up with malloc and free; the library's objects come through them as well. Out of line,
+// or g++ takes the pairs for mismatched ones.
+[[gnu::noinline]] void* operator new(std::size_t n) {
   if (allocationsLeft == 0) throw std::bad_alloc();
   if (allocationsLeft > 0) --allocationsLeft;
   if (void* block = std::malloc(n == 0 ? 1 : n)) return block;
   throw std::bad_alloc();
 }
 
-void operator delete(void* block) noexcept { std::free(block); }
-void operator delete(void* block, std::size_t /*n*/) noexcept { std::free(block); }
+[[gnu::noinline]] void operator delete(void* block) noexcept { std::free(block); }
+[[gnu::noinline]] void operator delete(void* block, std::size_t /*n*/) noexcept {
+  std::free(block);
+}
 
 namespace nox {
 namespace {
