@@ -1,5 +1,7 @@
 #include "nox/protocol/metadata_repository.h"
 
+#include <memory>
+
 namespace nox {
 
 MetaDataRepositoryProt::~MetaDataRepositoryProt() = default;
@@ -10,11 +12,14 @@ NOXPBlob* MetaDataRepositoryProt::getRepositoryEntry(const std::string& key) con
 }
 
 void MetaDataRepositoryProt::setRepositoryEntry(const std::string& key, NOXPBlob* value) {
-  entries_.try_emplace(key, nullptr).first->second.adopt(value);
+  std::unique_ptr<NOXPBlob> taken(value);
+  OwnedBlob& entry = entries_.try_emplace(key, nullptr).first->second;
+  entry.adopt(taken.release());
 }
 
 void MetaDataRepositoryProt::setRepositoryEntry(const std::string& key, const std::string& value) {
-  entries_.try_emplace(key, nullptr).first->second.assign(CopiedBlob(value.c_str()));
+  NOXPBlob text(value.c_str());
+  setRepositoryEntry(key, text);
 }
 
 void MetaDataRepositoryProt::setRepositoryEntry(const std::string& key, NOXPBlob& value) {

@@ -1,47 +1,50 @@
 #include "nox/protocol/remote/remote_responses.h"
 
+#include <cstddef>
 #include <memory>
+#include <new>
+#include <string>
 #include <utility>
 
 #include "nox/core/archive.h"
 #include "nox/core/binary_reader.h"
 #include "nox/core/binary_writer.h"
 #include "nox/core/memory_streams.h"
-#include "nox/core/object_factory.h"
 
 namespace nox {
 
 namespace {
 
-/// Knows the class of one object, to read a copy of it.
-class FactoryOf : public ObjectFactory {
+/// Carries an object inside, where its own properties and packet size count for nothing.
+class Parcel : public Serializable {
 public:
-  explicit FactoryOf(Serializable& object) {
-    std::unique_ptr<Serializable> prototype(object.create());
-    registerType(prototype.get(), "copy");
-    prototype.release();
-  }
-  Serializable* create() override { return nullptr; }  // nobody writes this factory
+  explicit Parcel(Serializable* content) : content_(content) {}
+  Serializable* create() override { return nullptr; }  // nobody registers a parcel
+  int getType() override { return TypeCode::DummyRequest; }
+  Archive& serialize(Archive& ar, unsigned int /*version*/) override { return ar & content_; }
+
+private:
+  Serializable* content_;
 };
 
-/// Writes `object` as a plain frame and reads it back. The object is as before, but that its
-/// strings may have changed their form.
+/// Writes `object` to memory and reads it into an object of its own making. The original is as
+/// before, but that its strings may have changed their form.
 std::unique_ptr<Serializable> copyThroughTheWire(Serializable& object) {
-  MemoryBufferOutStream frame;
-  BinaryWriter writer(&frame);
-  const std::uint64_t packetSize = object.getPacketSize();
-  Serializable::properties_t* const properties = object.getProperties();
-  object.setProperties(nullptr);
-  writer.writeRoot(object);
-  object.setProperties(properties);
-  object.setPacketSize(packetSize);
+  std::unique_ptr<Serializable> copy(object.create());
+  if (!copy) throw std::bad_alloc();
+  MemoryBufferOutStream out;
+  BinaryWriter writer(&out);
+  Parcel original(&object);
+  writer.writeRoot(original);
 
-  FactoryOf factory(object);
-  MemoryBufferInputStream bytes(frame.str().data(), frame.str().size());
-  BinaryReader reader(&factory, &bytes);
-  std::unique_ptr<Serializable> copy(reader.readRootObject());
-  copy->setProperties(properties);
-  copy->setPacketSize(packetSize);
+  constexpr std::size_t kFrameHead = 5;  // the length and '['
+  const std::string& frame = out.str();
+  MemoryBufferInputStream body(frame.data() + kFrameHead, frame.size() - kFrameHead);
+  BinaryReader reader(nullptr, &body);
+  Parcel duplicate(copy.get());
+  reader.readObject(&duplicate);
+  copy->setProperties(object.getProperties());
+  copy->setPacketSize(object.getPacketSize());
   return copy;
 }
 
@@ -104,8 +107,10 @@ Archive& ReadCommonResponseProt::serialize(Archive& ar, unsigned int /*version*/
   return ar.process(value_, "_value");
 }
 
-ConvResponseProt::ConvResponseProt(NOXPString* result)
-    : result_(CopiedBlob(result ? result->c_str() : nullptr)) {}
+ConvResponseProt::ConvResponseProt(NOXPString* result) {
+  const char* const text = result ? result->c_str() : nullptr;
+  if (text) result_->assign(text, result->length());
+}
 
 ConvResponseProt::ConvResponseProt(const NOXPBlob* result) : result_(CopiedBlob(result)) {}
 

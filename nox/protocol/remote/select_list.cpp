@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <limits>
 #include <string_view>
+#include <utility>
 
 #include "nox/core/archive.h"
 #include "nox/core/binary_reader.h"
@@ -37,7 +38,8 @@ SelectListProt::SelectListProt(const SelectListProt& other)
 SelectListProt::SelectListProt(SelectListProt& source, unsigned long count, bool withRecords)
     : id_(source.id_), hasRecordData_(source.hasRecordData_) {
   const bool takeRecords = withRecords && source.hasRecordData_;
-  const std::size_t rest = source.keys_.size() - source.position_;
+  // A read that failed half-way may have left the cursor behind the last key.
+  const std::size_t rest = source.hasNext() ? source.keys_.size() - source.position_ : 0;
   keys_.reserve(std::min<std::size_t>(count, rest));
   for (; count > 0 && source.next(); --count) {
     const std::size_t index = source.position_ - 1;
@@ -216,7 +218,9 @@ void SelectListProt::fromDynArrayKeys(const NOXPBlob* keys) {
   }
 }
 
-SelectListProt5::SelectListProt5(Adopted<NOXPBlob> keys) : keys_(std::move(keys)) {}
+SelectListProt5::SelectListProt5(Adopted<NOXPBlob> keys) : keys_(std::move(keys)) {
+  if (!keys_) keys_.emplaceEmpty();
+}
 
 SelectListProt5::SelectListProt5(const SelectListProt5* other)
     : SelectListProt5(other ? *other : SelectListProt5()) {}
@@ -230,7 +234,6 @@ Archive& SelectListProt5::serialize(Archive& ar, unsigned int /*version*/) {
 }
 
 int SelectListProt5::count() const {
-  if (!keys_) return 0;
   // A text of its own: the blob's bytes end in no NUL. A NUL among them ends the text.
   const std::string text(bytesOf(*keys_));
   return NOXPString().DCount(reinterpret_cast<const unsigned char*>(text.c_str()), kAttributeMark);

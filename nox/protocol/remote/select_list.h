@@ -115,6 +115,7 @@ private:
 class NOX_EXPORT SelectListProt5 : public Payload<SelectListProt5, TypeCode::SelectList5> {
 public:
   SelectListProt5() = default;
+  /// Takes `keys` over; null gives no keys.
   SelectListProt5(Adopted<NOXPBlob> keys);
   SelectListProt5(const SelectListProt5& other) = default;
   explicit SelectListProt5(const SelectListProt5* other);
