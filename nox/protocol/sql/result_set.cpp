@@ -153,20 +153,33 @@ std::unique_ptr<RowProt> ResultSetProt::detach(RowProt* row) {
   return std::unique_ptr<RowProt>(row);
 }
 
-// Deliberate: rows are written without a name and read under one.
-void ResultSetProt::write(Archive& ar) {
+/// Takes every row that `next()` would still return out of its batch.
+ResultSetProt::Rows ResultSetProt::pullRows() {
   Rows pulled;
+  if (typeid(*this) == typeid(ResultSetProt) && !continuation_ && !mayContinue()) {
+    // Nothing can follow this batch: it is taken as it stands.
+    pulled.swap(rows_);
+    const std::size_t returned = std::min<std::size_t>(currentRow_, pulled.size());
+    pulled.erase(pulled.begin(), pulled.begin() + static_cast<std::ptrdiff_t>(returned));
+    return pulled;
+  }
   if (rows_.size() > currentRow_) pulled.reserve(rows_.size() - currentRow_);
   while (RowProt* const row = next()) pulled.push_back(detach(row));
+  return pulled;
+}
 
+// Deliberate: rows are written without a name and read under one.
+void ResultSetProt::write(Archive& ar) {
+  Rows pulled = pullRows();
   int count = static_cast<int>(pulled.size());
   numberOfRows_ = static_cast<unsigned int>(count);
   currentRow_ = numberOfRows_;
   rows_.clear();
   written_ = true;
   ar.process(count, "numberOfRows");
+  BinaryWriter* const writer = BinaryWriter::behind(ar);
   for (std::unique_ptr<RowProt>& row : pulled) {
-    ar& static_cast<Serializable*>(row.get());
+    if (!writer || !row->copyTo(*writer)) ar& static_cast<Serializable*>(row.get());
     row.reset();
   }
 }

@@ -58,6 +58,7 @@ private:
   void dropContinuation();
   void startAgain();
   std::unique_ptr<RowProt> detach(RowProt* row);
+  Rows pullRows();
   void write(Archive& ar);
   void read(Archive& ar);
 
