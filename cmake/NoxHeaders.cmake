@@ -1,7 +1,6 @@
 # The headers under nox/: NOX_PUBLIC_HEADERS is what <nox/nox.h> includes and what is installed; the
 # others serve the library's own sources.
 set(NOX_INTERNAL_HEADERS
-  nox/core/big_endian.h
   nox/core/binary_format.h
   nox/core/copy_bytes.h
   nox/core/frame_stream.h

@@ -6,6 +6,7 @@
 #include "nox/auth/properties.h"
 #include "nox/config.h"
 #include "nox/core/archive.h"
+#include "nox/core/big_endian.h"
 #include "nox/core/binary_reader.h"
 #include "nox/core/binary_writer.h"
 #include "nox/core/exceptions.h"

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <cstdint>
+#include <cstdlib>  // _byteswap_ulong
 #include <cstring>
 
 namespace nox {
