@@ -11,6 +11,8 @@
 
 #include "nox/core/archive.h"
 #include "nox/core/exceptions.h"
+#include "nox/protocol/remote/monitoring.h"
+#include "nox/protocol/remote/select_list_requests.h"
 #include "tests/support/caught.h"
 #include "tests/support/contents.h"
 #include "tests/support/log_capture.h"
@@ -147,6 +149,20 @@ TEST(ToviResponse, TakesRecordAndListOver) {
   ToviResponseProt response(1, record, list);
   EXPECT_EQ(response.getRecord(), record);
   EXPECT_EQ(response.getSelectList(), list);
+}
+
+// What a handler writes at its end: only the constructors that copy from a pointer are explicit.
+TEST(RemoteResponses, AreMadeOfWhatAHandlerReturns) {
+  const auto record = []() -> ToviResponseProt { return {1, new NOXPBlob("r")}; };
+  const auto list = []() -> SelectListFetchResponseProt { return {newListOfA()}; };
+  const auto value = []() -> ReadCommonResponseProt { return {"v"}; };
+  const auto account = []() -> SwitchAccountResponseProt { return 4; };
+  const auto answer = []() -> MonitoringResponseProt { return {"text"}; };
+  EXPECT_EQ(contentOf(record().getRecord()), "r");
+  EXPECT_EQ(list().getSelectList()->size(), 1U);
+  EXPECT_EQ(contentOf(value().getValue()), "v");
+  EXPECT_EQ(account().getStatus(), 4);
+  EXPECT_EQ(answer().response(), "text");
 }
 
 TEST(ToviResponse, CopiesRecordAndListDeeply) {
