@@ -95,6 +95,9 @@ void ResultSetProt::deleteRows() {
   frame_.reset();
   blocks_.clear();
   blockRest_ = 0;
+  blobBlocks_.clear();
+  blobBlockSize_ = 0;
+  blobBlockRest_ = 0;
 }
 
 /// As a new set of the same statement.
@@ -111,6 +114,26 @@ void ResultSetProt::addRow(RowProt* row) {
   gather(*row);
   rows_.push_back(std::move(taken));
   ++numberOfRows_;
+}
+
+/// Room for one row's blobs, which lasts as long as the rows of this set; null where they are not
+/// all kept. A set whose blobs are all asked for is mostly their unused inline stores: in few large
+/// blocks the allocator can hand those out again for the next set, while thousands of small ones at
+/// the end of the heap go back to the system with each set, and their pages come anew.
+void* ResultSetProt::blobRoom(std::size_t size) {
+  constexpr std::size_t kFirstBlock = std::size_t{1} << 16;
+  constexpr std::size_t kLargestBlock = std::size_t{1} << 23;
+  if (!frame_ || statement_) return nullptr;
+  if (size > blobBlockRest_) {
+    const std::size_t next = std::clamp(2 * blobBlockSize_, kFirstBlock, kLargestBlock);
+    const std::size_t blockSize = std::max(size, next);
+    std::unique_ptr<char[]> block(new char[blockSize]);
+    blobBlocks_.push_back(std::move(block));
+    blobBlockSize_ = blobBlockRest_ = blockSize;
+  }
+  void* const room = blobBlocks_.back().get() + blobBlockSize_ - blobBlockRest_;
+  blobBlockRest_ -= size;
+  return room;
 }
 
 /// Keeps the values of small rows together, so that a row costs one allocation and the next row can

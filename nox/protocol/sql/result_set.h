@@ -49,9 +49,12 @@ public:
   BinaryReader* frameReader() const { return frameReader_; }
 
 private:
+  friend class RowProt;  // whose blobs may lie with the set
+
   using Rows = std::vector<std::unique_ptr<RowProt>>;
 
   void gather(RowProt& row);
+  void* blobRoom(std::size_t size);
   RowProt* nextOfThisBatch();
   bool mayContinue() const;
   void fetchContinuation(ResultSetProt& first);
@@ -64,6 +67,10 @@ private:
 
   SQLStatementProt* statement_ = nullptr;
   ResultSetMetaDataProt* metaData_ = nullptr;
+  // Before the rows, which have blobs here and are destroyed first.
+  std::vector<std::unique_ptr<char[]>> blobBlocks_;
+  std::size_t blobBlockSize_ = 0;  // of the last block,
+  std::size_t blobBlockRest_ = 0;  // and what is left of it
   Rows rows_;
   unsigned int numberOfRows_ = 0;
   unsigned int currentRow_ = 0;

@@ -68,8 +68,11 @@ void RowProt::Blobs::make(const RowProt& row) {
   const auto count = static_cast<std::size_t>(row.count_);
   const std::size_t arraySize = (count + 1) * sizeof(NOXPBlob*);
   static_assert(alignof(NOXPBlob) <= alignof(NOXPBlob*));
-  auto** const array =
-      static_cast<NOXPBlob**>(::operator new(arraySize + count * sizeof(NOXPBlob)));
+  const std::size_t size = arraySize + count * sizeof(NOXPBlob);
+  // A row whose values lie in its set lives no longer than that: its blobs may lie there, too.
+  void* const inSet =
+      row.resultSet_ && row.valuesAreElsewhere() ? row.resultSet_->blobRoom(size) : nullptr;
+  auto** const array = static_cast<NOXPBlob**>(inSet ? inSet : ::operator new(size));
   auto* blob = behind(array, row.count_);
   for (std::size_t i = 0; i < count; ++i) {
     const std::string_view value = row.getColumnView(static_cast<int>(i));
@@ -78,6 +81,7 @@ void RowProt::Blobs::make(const RowProt& row) {
   array[count] = nullptr;
   array_ = array;
   inBlock_ = row.count_;
+  blockIsTheSets_ = inSet != nullptr;
 }
 
 void RowProt::Blobs::reset() {
@@ -86,13 +90,14 @@ void RowProt::Blobs::reset() {
     // Whatever became of the array's entries outside.
     NOXPBlob* const blobs = behind(array_, inBlock_);
     for (int i = 0; i < inBlock_; ++i) blobs[i].~NOXPBlob();
-    ::operator delete(array_);
+    if (!blockIsTheSets_) ::operator delete(array_);
   } else {
     for (NOXPBlob** blob = array_; *blob; ++blob) delete *blob;
     delete[] array_;
   }
   array_ = nullptr;
   inBlock_ = -1;
+  blockIsTheSets_ = false;
   handedOut_ = false;
 }
 

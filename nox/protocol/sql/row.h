@@ -80,6 +80,8 @@ private:
   std::size_t ownEncodedSize() const {
     return encoded_ && encoded_ == own_.get() ? encodedSize_ : 0;
   }
+  /// Whether the values lie neither in a block nor in a frame of the row's own.
+  bool valuesAreElsewhere() const { return encodedSize_ > 0 && !own_ && !frame_; }
   /// Moves the values from the row's own block to `place`, which outlives the row.
   void moveValuesTo(char* place);
   std::string_view lookUp(int i) const;
@@ -111,6 +113,7 @@ private:
   private:
     NOXPBlob** array_ = nullptr;
     int inBlock_ = -1;  // how many blobs stand behind the array in its block; -1: a caller's array
+    bool blockIsTheSets_ = false;
     bool handedOut_ = false;
   };
 

@@ -370,6 +370,33 @@ TEST(ResultSet, ReadRowsCostOneAllocationEach) {
   EXPECT_LE(counter.count(), 100u + 6u);
 }
 
+TEST(ResultSet, BlobsOfRowsThatWereReadLieTogether) {
+  constexpr int kRows = 300;
+  ResultSetProt set;
+  addRows(set, kRows);
+  auto* const wide = new RowProt(&set);
+  wide->addColumnValue(std::string(2000, 'w'));
+  set.addRow(wide);
+  const std::string frame = frameOf(set);
+  test::Classes<ResultSetProt> factory;
+  auto read = test::readAs<ResultSetProt>(frame, factory);
+  ASSERT_NE(read, nullptr);
+
+  const test::AllocationScope allocated;
+  std::vector<NOXPBlob*> blobs;
+  blobs.reserve(kRows + 1);
+  while (RowProt* const row = read->next()) blobs.push_back(row->getColumnValue(0));
+  EXPECT_LT(allocated.count(), 16u);  // a few blocks and the wide value, not one for each row
+
+  ASSERT_EQ(blobs.size(), static_cast<std::size_t>(kRows) + 1);
+  blobs[0]->append(std::string(1000, 'x').c_str());  // may grow like any blob
+  EXPECT_EQ(blobs[0]->length(), 1001u);
+  EXPECT_EQ(blobs[kRows - 1]->length(), 3u);
+  EXPECT_EQ(blobs[kRows]->length(), 2000u);
+  read->deleteRows();
+  EXPECT_EQ(read->next(), nullptr);
+}
+
 TEST(ResultSet, AFalseCountEndsWhereTheRowsEnd) {
   test::Classes<ResultSetProt> factory;
   const auto read = [&](const char* count) {
