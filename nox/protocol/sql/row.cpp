@@ -195,7 +195,11 @@ void RowProt::addColumnValue(std::string_view value) {
   if (own_ && !before(value.data(), own_.get()) && before(value.data(), own_.get() + ownSize_)) {
     return addColumnValue(std::string(value));  // about to move with the block it lies in
   }
-  if (blobs_) encodeBlobs();
+  if (blobs_) {
+    const std::string kept(value);  // it may lie in one of the blobs
+    encodeBlobs();
+    return addColumnValue(kept);
+  }
   const std::size_t size = kValueHead + value.size() + kValueTail;
   char* const to = room(size);
   to[0] = kBlobPrefix;

@@ -9,6 +9,7 @@
 
 #include "nox/core/exceptions.h"
 #include "tests/support/caught.h"
+#include "tests/support/contents.h"
 #include "tests/support/log_capture.h"
 #include "tests/support/messages.h"
 #include "tests/support/recording_archive.h"
@@ -17,6 +18,7 @@ namespace nox::noxp::remote {
 namespace {
 
 using test::bytes;
+using test::contentOf;
 using test::expectCopies;
 using test::expectTravelsAs;
 using test::fieldsOf;
@@ -28,10 +30,6 @@ using ::testing::ElementsAre;
 using ::testing::IsEmpty;
 
 using Lists = test::Classes<RemoteExecuteRequestProt, SelectListProt>;
-
-std::string contentOf(NOXPBlob* blob) {
-  return std::string(reinterpret_cast<const char*>(blob->getBuf()), blob->length());
-}
 
 /// A list with id 0 of the one key A.
 SelectListProt listOfA() {

@@ -7,6 +7,7 @@
 #include <string>
 #include <type_traits>
 
+#include "tests/support/contents.h"
 #include "tests/support/log_capture.h"
 #include "tests/support/messages.h"
 #include "tests/support/recording_archive.h"
@@ -15,6 +16,7 @@ namespace nox::noxp::remote {
 namespace {
 
 using test::bytes;
+using test::contentOf;
 using test::expectCopies;
 using test::expectTravelsAs;
 using test::fieldsOf;
@@ -22,10 +24,6 @@ using test::frameOf;
 using test::logged;
 using ::testing::ElementsAre;
 using ::testing::IsEmpty;
-
-std::string contentOf(NOXPBlob* blob) {
-  return std::string(reinterpret_cast<const char*>(blob->getBuf()), blob->length());
-}
 
 TEST(ReadRecordRequest, TravelsAsModeFileNameRecordId) {
   EXPECT_BYTES(frameOf(ReadRecordRequestProt(2, "F", "R")),

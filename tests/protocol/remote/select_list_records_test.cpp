@@ -5,6 +5,7 @@
 #include <string>
 
 #include "nox/protocol/remote/select_list.h"
+#include "tests/support/contents.h"
 #include "tests/support/frames.h"
 #include "tests/support/messages.h"
 
@@ -12,11 +13,8 @@ namespace nox::noxp::remote {
 namespace {
 
 using test::bytes;
+using test::contentOf;
 using test::framed;
-
-std::string contentOf(const NOXPBlob* blob) {
-  return blob ? std::string(reinterpret_cast<const char*>(blob->getBuf()), blob->length()) : "null";
-}
 
 /// Three keys and two records, "one" and "two".
 std::unique_ptr<SelectListProt> listShortOfARecord() {

@@ -8,6 +8,7 @@
 #include <type_traits>
 #include <utility>
 
+#include "tests/support/contents.h"
 #include "tests/support/log_capture.h"
 #include "tests/support/messages.h"
 #include "tests/support/recording_archive.h"
@@ -16,6 +17,7 @@ namespace nox::noxp::remote {
 namespace {
 
 using test::bytes;
+using test::contentOf;
 using test::expectCopies;
 using test::expectTravelsAs;
 using test::fieldsOf;
@@ -23,10 +25,6 @@ using test::framed;
 using test::logged;
 using test::readAs;
 using ::testing::ElementsAre;
-
-std::string contentOf(NOXPBlob* blob) {
-  return std::string(reinterpret_cast<const char*>(blob->getBuf()), blob->length());
-}
 
 /// A list with id 0 of the one key A.
 SelectListProt listOfA() {

@@ -7,6 +7,7 @@
 #include <type_traits>
 
 #include "nox/protocol/sql/result_set.h"
+#include "tests/support/contents.h"
 #include "tests/support/messages.h"
 #include "tests/support/recording_archive.h"
 
@@ -14,15 +15,11 @@ namespace nox::noxp::sql {
 namespace {
 
 using test::bytes;
+using test::contentOf;
 using test::framed;
 using test::frameOf;
 using ::testing::ElementsAre;
 using ::testing::IsEmpty;
-
-std::string contentOf(const NOXPBlob* blob) {
-  if (!blob) return "(null)";
-  return std::string(reinterpret_cast<const char*>(blob->getBuf()), blob->length());
-}
 
 NOXPBlob** blobs(std::initializer_list<const char*> values) {
   auto** const data = new NOXPBlob*[values.size() + 1];
@@ -179,6 +176,16 @@ TEST(Row, GrowsInEveryForm) {
   read->addColumnValue("D");
   EXPECT_EQ(read->getColumnView(0), "A");
   EXPECT_EQ(read->getColumnView(2), "D");
+}
+
+TEST(Row, TakesAValueOfItsOwnBlobs) {
+  RowProt row(blobs({"A", "BC"}), static_cast<ResultSetProt*>(nullptr));
+  row.addColumnValue(row.getColumnView(1));
+  EXPECT_EQ(row.getColumnView(2), "BC");
+  row.getData();
+  row.addColumnValue(row.getColumnView(0));
+  ASSERT_EQ(row.getNumberOfFields(), 4);
+  EXPECT_EQ(row.getColumnView(3), "A");
 }
 
 TEST(Row, KeepsValuesOfAnySize) {
