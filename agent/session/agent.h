@@ -9,6 +9,7 @@ class Branches;
 class Configuration;
 class LockTable;
 class Log;
+class Logins;
 class Metrics;
 class Monitor;
 class SessionRegistry;
@@ -25,6 +26,7 @@ struct Agent {
   LockTable& locks;
   Branches& branches;
   SessionRegistry& sessions;
+  Logins& logins;
 };
 
 }  // namespace nox::agent

@@ -28,9 +28,11 @@ Settings defaultSettings(const ConfigurationValues& values) {
 
 }  // namespace
 
-Session::Session(Agent& agent, SessionId id, std::string user, std::string account, Right right)
+Session::Session(Agent& agent, SessionId id, std::string user, std::string account, Right right,
+                 std::string peer)
     : agent_(agent),
       id_(id),
+      peer_(std::move(peer)),
       user_(std::move(user)),
       account_(std::move(account)),
       right_(right),

@@ -35,8 +35,10 @@ class Session {
 public:
   using Clock = std::chrono::steady_clock;
 
-  /// Logged in: `account` exists and `user` has `right` in it.
-  Session(Agent& agent, SessionId id, std::string user, std::string account, Right right);
+  /// Logged in: `account` exists and `user` has `right` in it. `peer` is the client's address
+  /// without its port, for the check of further passwords.
+  Session(Agent& agent, SessionId id, std::string user, std::string account, Right right,
+          std::string peer = {});
   /// Rolls back, releases every lock, closes lists, statements and programs. Prepared branches
   /// stay.
   ~Session();
@@ -45,6 +47,7 @@ public:
 
   Agent& agent() { return agent_; }
   SessionId id() const { return id_; }
+  const std::string& peer() const { return peer_; }
   const std::string& user() const { return user_; }
   const std::string& account() const { return account_; }
   Right right() const { return right_; }
@@ -102,6 +105,7 @@ private:
 
   Agent& agent_;
   const SessionId id_;
+  const std::string peer_;
   std::string user_;
   std::string account_;
   Right right_;
