@@ -1,0 +1,215 @@
+// How fast noxd answers, beside raw sockets, Redis and PostgreSQL in one run.
+//
+//   nox_agent_bench NOXD_PORT NOXD_TLS_PORT PASSWORD_FILE NOXD_PID RAW_PORT RAW_TLS_PORT REDIS_PORT
+//                   POSTGRES
+//
+// is what run.sh calls once the servers are there; it prints the tables as Markdown. Contenders
+// take turns, round by round, and the medians of the rounds are what is compared.
+#include <unistd.h>
+
+#include <algorithm>
+#include <chrono>
+#include <cstdio>
+#include <cstdlib>
+#include <exception>
+#include <fstream>
+#include <iostream>
+#include <stdexcept>
+#include <thread>
+
+#include "bench/agent/operation.h"
+
+namespace {
+
+using Clock = std::chrono::steady_clock;
+
+constexpr int kRounds = 9;
+
+double median(std::vector<double> values) {
+  std::sort(values.begin(), values.end());
+  return values[values.size() / 2];
+}
+
+double secondsSince(Clock::time_point start) {
+  return std::chrono::duration<double>(Clock::now() - start).count();
+}
+
+/// The median time of one operation, in microseconds.
+double latency(Operation& operation, int times) {
+  std::vector<double> each;
+  each.reserve(static_cast<std::size_t>(times));
+  for (int i = 0; i < times; ++i) {
+    const auto start = Clock::now();
+    operation.run();
+    each.push_back(secondsSince(start) * 1e6);
+  }
+  return median(std::move(each));
+}
+
+/// Units per second of all operations together, each in a thread of its own.
+double throughput(const std::vector<std::unique_ptr<Operation>>& operations, double seconds) {
+  std::vector<std::uint64_t> units(operations.size());
+  std::vector<std::exception_ptr> failed(operations.size());
+  std::vector<std::thread> threads;
+  const auto start = Clock::now();
+  for (std::size_t i = 0; i < operations.size(); ++i) {
+    threads.emplace_back([&, i] {
+      try {
+        while (secondsSince(start) < seconds) units[i] += operations[i]->run();
+      } catch (...) {
+        failed[i] = std::current_exception();
+      }
+    });
+  }
+  for (std::thread& thread : threads) thread.join();
+  const double took = secondsSince(start);
+  for (const std::exception_ptr& error : failed) {
+    if (error) std::rethrow_exception(error);
+  }
+  double sum = 0;
+  for (const std::uint64_t n : units) sum += static_cast<double>(n);
+  return sum / took;
+}
+
+std::vector<std::unique_ptr<Operation>> connect(const Contender& contender, int connections) {
+  std::vector<std::unique_ptr<Operation>> operations;
+  for (int i = 0; i < connections; ++i) operations.push_back(contender.connect());
+  return operations;
+}
+
+/// One table: a line per contender, compared with the first.
+void compareLatency(const char* title, const std::vector<Contender>& contenders, int times) {
+  std::vector<std::unique_ptr<Operation>> operations;
+  for (const Contender& contender : contenders) operations.push_back(contender.connect());
+  std::vector<std::vector<double>> rounds(contenders.size());
+  for (auto& operation : operations) latency(*operation, times / 4);  // warm
+  for (int round = 0; round < kRounds; ++round) {
+    for (std::size_t i = 0; i < operations.size(); ++i) {
+      rounds[i].push_back(latency(*operations[i], times));
+    }
+  }
+  std::printf("\n### %s\n\n| | p50, us | times the first |\n|---|---|---|\n", title);
+  const double first = median(rounds[0]);
+  for (std::size_t i = 0; i < contenders.size(); ++i) {
+    const double p50 = median(rounds[i]);
+    std::printf("| %s | %.1f | %.2f |\n", contenders[i].name.c_str(), p50, p50 / first);
+  }
+  std::fflush(stdout);
+}
+
+std::vector<double> compareThroughput(const char* title, const std::vector<Contender>& contenders,
+                                      int connections, double seconds, int roundsOfEach = kRounds) {
+  std::vector<std::vector<std::unique_ptr<Operation>>> operations;
+  for (const Contender& contender : contenders) {
+    operations.push_back(connect(contender, connections));
+  }
+  std::vector<std::vector<double>> rounds(contenders.size());
+  for (int round = 0; round < roundsOfEach; ++round) {
+    for (std::size_t i = 0; i < contenders.size(); ++i) {
+      rounds[i].push_back(throughput(operations[i], seconds));
+    }
+  }
+  std::printf("\n### %s\n\n| | per second | times the first |\n|---|---|---|\n", title);
+  std::vector<double> medians;
+  for (std::size_t i = 0; i < contenders.size(); ++i) {
+    medians.push_back(median(rounds[i]));
+    std::printf("| %s | %.0f | %.2f |\n", contenders[i].name.c_str(), medians[i],
+                medians[i] / medians[0]);
+  }
+  std::fflush(stdout);
+  return medians;
+}
+
+/// A number of /proc/PID/status or smaps_rollup, in KiB.
+double kibibytes(const std::string& file, const std::string& field) {
+  std::ifstream in(file);
+  for (std::string line; std::getline(in, line);) {
+    if (line.rfind(field + ":", 0) == 0) return std::atof(line.c_str() + field.size() + 1);
+  }
+  throw std::runtime_error("no " + field + " in " + file);
+}
+
+void restingConnections(const Servers& servers, const std::string& pid) {
+  constexpr int kConnections = 400;
+  const std::string file = "/proc/" + pid + "/smaps_rollup";
+  // The first ones warm what is shared.
+  const auto warm = connect(noxdRead(servers), 20);
+  for (const auto& operation : warm) operation->run();
+  const double before = kibibytes(file, "Pss");
+  const auto operations = connect(noxdRead(servers), kConnections);
+  for (const auto& operation : operations) operation->run();
+  const double after = kibibytes(file, "Pss");
+  std::printf(
+      "\n### Memory\n\n%d connections that have read a record and rest: %.1f KiB each, "
+      "touched stack included\n",
+      kConnections, (after - before) / kConnections);
+  std::fflush(stdout);
+}
+
+std::string fileContent(const std::string& name) {
+  std::ifstream in(name);
+  std::string text;
+  std::getline(in, text);
+  return text;
+}
+
+std::uint16_t port(const char* text) { return static_cast<std::uint16_t>(std::atoi(text)); }
+
+}  // namespace
+
+std::string recordId(int i) {
+  std::string digits = std::to_string(i);
+  return "record-" + std::string(6 - digits.size(), '0') + digits;
+}
+
+std::string recordBody(int i) {
+  std::string body = std::to_string(i);
+  body.resize(kRecordBytes, 'x');
+  return body;
+}
+
+int main(int argc, char** argv) try {
+  if (argc != 9) throw std::runtime_error("run me through run.sh");
+  Servers servers;
+  servers.noxdPort = port(argv[1]);
+  servers.noxdTlsPort = port(argv[2]);
+  servers.noxdPassword = fileContent(argv[3]);
+  const std::string noxdPid = argv[4];
+  servers.rawPort = port(argv[5]);
+  servers.rawTlsPort = port(argv[6]);
+  servers.redisPort = port(argv[7]);
+  servers.postgres = argv[8];
+
+  fillRedis(servers);
+  fillPostgres(servers);
+  fillNoxd(servers);
+
+  constexpr int kTimes = 5000;
+  compareLatency("Echo of 64 bytes, one connection",
+                 {rawEcho(servers), noxdEcho(servers), redisGet(servers), postgresEcho(servers)},
+                 kTimes);
+  compareLatency("Echo of 64 bytes over TLS, one connection",
+                 {rawTlsEcho(servers), noxdTlsEcho(servers)}, kTimes);
+  compareThroughput("Echo of 64 bytes, 8 connections",
+                    {rawEcho(servers), noxdEcho(servers), redisGet(servers), postgresEcho(servers)},
+                    8, 0.5);
+  auto echo = noxdEcho(servers);
+  echo.name = "noxd, echo of 64 bytes";
+  compareThroughput("A record of 200 bytes by its key, one connection",
+                    {postgresRead(servers), noxdRead(servers), echo}, 1, 0.5);
+  const auto one = compareThroughput("Writing a record of 200 bytes durably, one writer",
+                                     {postgresWrite(servers), noxdWrite(servers)}, 1, 1, 5);
+  const auto eight = compareThroughput("The same, 8 writers",
+                                       {postgresWrite(servers), noxdWrite(servers)}, 8, 1, 5);
+  std::printf("\n8 writers reach %.1f times one writer (PostgreSQL: %.1f).\n", eight[1] / one[1],
+              eight[0] / one[0]);
+  const double rssBefore = kibibytes("/proc/" + noxdPid + "/status", "VmRSS");
+  compareThroughput("Fetching 1,000,000 rows of 8 short columns",
+                    {postgresRows(servers), noxdRows(servers)}, 1, 0.1, 5);
+  std::printf("\nThe agent grew by %.0f KiB while it sent them.\n",
+              kibibytes("/proc/" + noxdPid + "/status", "VmRSS") - rssBefore);
+  restingConnections(servers, noxdPid);
+} catch (const std::exception& error) {
+  std::cerr << "nox_agent_bench: " << error.what() << "\n";
+  return 1;
+}
