@@ -4,6 +4,7 @@
 #include <chrono>
 #include <cstdint>
 #include <memory>
+#include <mutex>
 #include <stdexcept>
 #include <string>
 #include <vector>
@@ -36,23 +37,22 @@ struct ConfigurationValues {
   std::string defaultAccount = "MAIN";
   std::string timezone = "UTC";
   bool http = true;
-  bool httpEverywhere = false;  // also to other machines
-  // [timeouts], seconds
-  std::chrono::seconds login{10};
+  bool httpEverywhere = false;     // also to other machines
+  std::chrono::seconds login{10};  // login_timeout, and so on
   std::chrono::seconds frame{30};
   std::chrono::seconds idle{0};  // 0: never
-  std::chrono::seconds transactionIdle{300};
-  std::chrono::seconds prompt{300};
   std::chrono::seconds drain{30};
   std::chrono::seconds send{30};
   // [tls]
   TlsSettings tls;
   // [store]
   bool synchronousFull = true;
-  // [session]: what properties may change
+  // [session]: the first three are what properties may change
   std::chrono::seconds lockWait{5};
-  std::chrono::seconds statementTimeout{60};
+  std::chrono::seconds statementTimeout{60};  // 0: none
   int fetchSize = 1000;
+  std::chrono::seconds transactionIdle{300};
+  std::chrono::seconds prompt{300};
   // [log]
   std::string logFile;  // empty: standard error
   std::string logLevel = "info";
@@ -76,8 +76,31 @@ private:
   std::vector<ConfigurationMistake> mistakes_;
 };
 
-/// Reads TOML text. Throws ConfigurationError.
+/// Reads TOML text. Paths that are not absolute start at the folder of `file`, which is not opened.
+/// Throws ConfigurationError.
 ConfigurationValues parseConfiguration(const std::string& text, const std::string& file);
+
+/// Reads a file, and sees to it that the files which it names can be read. Throws
+/// ConfigurationError.
+ConfigurationValues readConfiguration(const std::string& file);
+
+/// A file with all settings and what they mean. Those that are at their defaults are commented out.
+std::string configurationText(const ConfigurationValues& values);
+
+/// A setting, as "section.key".
+struct ConfigurationKey {
+  std::string name;
+  bool needsRestart = false;
+};
+std::vector<ConfigurationKey> configurationKeys();
+
+/// Puts the settings that a running agent cannot change back to what they are in `running`, and
+/// names those that differed.
+std::vector<std::string> keepWhatNeedsRestart(const ConfigurationValues& running,
+                                              ConfigurationValues& next);
+
+/// "host:port", with brackets around an IPv6 address.
+std::string textOf(const ListenAddress& address);
 
 /// The values that hold now. A reload swaps them; whoever holds the pointer keeps the old ones.
 /// Safe for threads.
@@ -88,6 +111,7 @@ public:
   void replace(ConfigurationValues values);
 
 private:
+  mutable std::mutex mutex_;
   std::shared_ptr<const ConfigurationValues> values_;
 };
 
