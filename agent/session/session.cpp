@@ -122,9 +122,10 @@ void Session::abandonProgram() {
 void Session::beginRequest() {
   const Clock::time_point now = Clock::now();
   transactions_->touch(now);
-  store_->setDeadline(settings_.statementTimeout.count() > 0
-                          ? std::optional(now + settings_.statementTimeout)
-                          : std::nullopt);
+  interrupted_.store(false, std::memory_order_relaxed);
+  deadline_.reset();
+  if (settings_.statementTimeout.count() > 0) deadline_ = now + settings_.statementTimeout;
+  store_->setDeadline(deadline_);
   transactions_->tellExpired();
 }
 
@@ -146,6 +147,7 @@ void Session::expire(Clock::time_point now) {
 }
 
 void Session::interrupt() {
+  interrupted_.store(true, std::memory_order_relaxed);
   store_->interrupt();
   agent_.locks.cancel(lockOwner_);
 }

@@ -97,6 +97,10 @@ public:
 
   /// Ends what the session does now, and its waits; from another thread.
   void interrupt();
+  /// Whether it came since the request began: what takes long asks now and then.
+  bool isInterrupted() const { return interrupted_.load(std::memory_order_relaxed); }
+  /// When the request that runs must end; nothing: never.
+  std::optional<Clock::time_point> deadline() const { return deadline_; }
 
 private:
   void open();
@@ -122,6 +126,8 @@ private:
   std::unique_ptr<Queries> queries_;
   std::unique_ptr<Program> program_;  // waits for input
   Clock::time_point programSince_{};
+  std::optional<Clock::time_point> deadline_;
+  std::atomic<bool> interrupted_{false};
 };
 
 }  // namespace nox::agent

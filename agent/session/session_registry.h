@@ -16,6 +16,7 @@ using SessionId = std::uint64_t;
 /// One session as an administrator sees it.
 struct SessionInfo {
   SessionId id = 0;
+  std::uint64_t lockOwner = 0;  // whose locks are the session's
   std::string user;
   std::string account;
   std::string peer;  // address and port

@@ -61,6 +61,7 @@ struct BranchInfo {
   std::string account;
   BranchId id;
   std::string state;  // "started", "ended", "prepared"
+  LockOwner owner = 0;  // whose locks are the branch's
   std::size_t locks = 0;
   std::chrono::system_clock::time_point since;
 };
