@@ -225,13 +225,15 @@ BinaryReader::BinaryReader(const BinaryReader& other)
       ObjectReader(other),
       savedStream_(other.savedStream_),
       frame_(other.frame_),
-      memory_(other.memory_) {}
+      memory_(other.memory_),
+      mostInflated_(other.mostInflated_) {}
 
 BinaryReader& BinaryReader::operator=(const BinaryReader& other) {
   ObjectReader::operator=(other);
   savedStream_ = other.savedStream_;
   frame_ = other.frame_;
   memory_ = other.memory_;
+  mostInflated_ = other.mostInflated_;
   return *this;
 }
 
@@ -681,7 +683,7 @@ bool BinaryReader::inflateBody(FrameStream& frame, std::string_view body) {
   const std::string_view member =
       body.substr(sizeof kCompressedMarker, body.size() - sizeof kCompressedMarker - 1);
   try {
-    GZipCompressor::uncompressTo(member.data(), member.size(), frame.inflated());
+    GZipCompressor::uncompressTo(member.data(), member.size(), frame.inflated(), mostInflated_);
   } catch (const GZipCompressor::Error& error) {
     NOX_LOG(filelog::error) << "GZIP: " << error.what() << EndLog();
     throw CompressionError(std::string("Root object compression error: ") + error.what());

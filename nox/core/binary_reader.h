@@ -1,6 +1,8 @@
 // Reads objects in the binary format, one root object per frame.
 #pragma once
 
+#include <cstddef>
+#include <limits>
 #include <memory>
 #include <string>
 #include <string_view>
@@ -53,6 +55,10 @@ public:
   noxp::RequestProt* readRequest() override;
 
   void setInputStream(InputStream* stream) override;
+
+  /// From now on a compressed body of more than `bytes` of content ends in CompressionError, and
+  /// takes no memory beyond that. Without a limit content may be 1032 times what arrived.
+  void limitInflation(std::size_t bytes) { mostInflated_ = bytes; }
 
   /// Reads one object with its head: into `expected`, which must be of the type that comes, or into
   /// a new object that the caller owns. Null for the null object (`expected` then stays as it is).
@@ -121,6 +127,7 @@ private:
   std::shared_ptr<FrameStream> frame_;  // the last frame; current while parsed and once spent
   MemoryBufferInputStream* memory_ = nullptr;  // the current stream, where it is known to be memory
   int depth_ = 0;
+  std::size_t mostInflated_ = std::numeric_limits<std::size_t>::max();
 };
 
 }  // namespace nox

@@ -7,6 +7,7 @@
 #include <cstdio>
 #include <cstring>
 #include <limits>
+#include <utility>
 
 #include "nox/io/buffered_out_stream.h"
 
@@ -47,8 +48,10 @@ public:
   DeflateStream() = default;
   DeflateStream(const DeflateStream&) = delete;
   DeflateStream& operator=(const DeflateStream&) = delete;
-  ~DeflateStream() {
-    if (initialised_) deflateEnd(&stream_);
+  ~DeflateStream() { release(); }
+
+  void release() {
+    if (std::exchange(initialised_, false)) deflateEnd(&stream_);
   }
 
   z_stream& fresh() {
@@ -71,8 +74,10 @@ public:
   InflateStream() = default;
   InflateStream(const InflateStream&) = delete;
   InflateStream& operator=(const InflateStream&) = delete;
-  ~InflateStream() {
-    if (initialised_) inflateEnd(&stream_);
+  ~InflateStream() { release(); }
+
+  void release() {
+    if (std::exchange(initialised_, false)) inflateEnd(&stream_);
   }
 
   z_stream& fresh() {
@@ -88,6 +93,9 @@ private:
   z_stream stream_{};
   bool initialised_ = false;
 };
+
+thread_local DeflateStream deflater;
+thread_local InflateStream inflater;
 
 Bytef* zlibBytes(const char* data) { return reinterpret_cast<Bytef*>(const_cast<char*>(data)); }
 
@@ -129,7 +137,6 @@ std::size_t writeMember(const char* data, std::size_t n, char* to) {
   to[2] = kMethodDeflate;
   to[9] = GZipCompressor::OS_CODE;
 
-  thread_local DeflateStream deflater;
   z_stream& stream = deflater.fresh();
   stream.next_in = zlibBytes(data);
   stream.avail_in = static_cast<uInt>(n);
@@ -203,7 +210,8 @@ void GZipCompressor::compressTo(const char* data, std::size_t n, BufferedOutStre
   out.commit(writeMember(data, n, to));
 }
 
-void GZipCompressor::uncompressTo(const char* member, std::size_t n, std::string& out) {
+void GZipCompressor::uncompressTo(const char* member, std::size_t n, std::string& out,
+                                  std::size_t most) {
   out.clear();
   if (n < kHeader + kFooter || static_cast<unsigned char>(member[0]) != GZ_MAGIC_0 ||
       static_cast<unsigned char>(member[1]) != GZ_MAGIC_1 || member[2] != kMethodDeflate) {
@@ -218,10 +226,9 @@ void GZipCompressor::uncompressTo(const char* member, std::size_t n, std::string
 
   // The size in the footer is only a claim: a false one ends in "out of room", not in memory.
   const std::uint64_t claimed = loadLittleEndian32(footer + 4);
-  const auto room =
-      static_cast<std::size_t>(std::min(claimed, kLargestRatio * deflated + kRatioSlack));
+  const auto room = static_cast<std::size_t>(
+      std::min({claimed, kLargestRatio * deflated + kRatioSlack, std::uint64_t{most}}));
 
-  thread_local InflateStream inflater;
   z_stream& stream = inflater.fresh();
   stream.next_in = zlibBytes(member + kHeader);
   stream.avail_in = static_cast<uInt>(deflated);
@@ -239,6 +246,11 @@ void GZipCompressor::uncompressTo(const char* member, std::size_t n, std::string
   out.resize(produced);
   const std::uint32_t actual = checksum(out.data(), produced);
   if (actual != expected) throw CrcError(expected, actual);
+}
+
+void GZipCompressor::releaseMemory() {
+  deflater.release();
+  inflater.release();
 }
 
 }  // namespace nox

@@ -3,6 +3,7 @@
 
 #include <cstddef>
 #include <exception>
+#include <limits>
 #include <string>
 
 #include "nox/core/export.h"
@@ -19,7 +20,7 @@ public:
 };
 
 /// Makes and checks members with a fixed 10-byte header. Holds no state and may be shared between
-/// threads; zlib's working memory stays with each thread that used it.
+/// threads; zlib's working memory stays with each thread that used it, until `releaseMemory`.
 class NOX_EXPORT GZipCompressor : public Compressor {
 public:
   static constexpr unsigned char GZ_MAGIC_0 = 0x1F;
@@ -92,8 +93,14 @@ public:
   /// The same for bytes in memory: appends the member to `out`, a stream under construction that
   /// does not hold `data`. After an error `out` is as before.
   static void compressTo(const char* data, std::size_t n, BufferedOutStream& out);
-  /// The same into a string whose content is replaced, and unspecified after an error.
-  static void uncompressTo(const char* member, std::size_t n, std::string& out);
+  /// The same into a string whose content is replaced, and unspecified after an error. Content of
+  /// more than `most` bytes is an error, ZLibError with the code -5, and takes no memory beyond.
+  static void uncompressTo(const char* member, std::size_t n, std::string& out,
+                           std::size_t most = std::numeric_limits<std::size_t>::max());
+
+  /// Gives zlib's working memory of this thread back; the next call takes it again. For threads
+  /// that live long and compress now and then.
+  static void releaseMemory();
 };
 
 }  // namespace nox

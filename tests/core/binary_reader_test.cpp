@@ -848,6 +848,28 @@ TEST_P(BinaryReaderFrom, TakesNoMemoryForAFalseSizeOfTheContent) {
   EXPECT_LT(scope.bytes(), kLittle);
 }
 
+TEST_P(BinaryReaderFrom, InflatesNoMoreThanItsLimit) {
+  const std::string body = kPairFrame.substr(5, 23);
+  Classes<Pair> factory;
+  BinaryReader& reader = reading(compressedFrame(body) + compressedFrame(body), factory);
+  reader.limitInflation(body.size());
+  EXPECT_TRUE(std::unique_ptr<Serializable>(reader.readRootObject()));
+  reader.limitInflation(body.size() - 1);
+  EXPECT_THROW(reader.readRootObject(), CompressionError);
+}
+
+TEST_P(BinaryReaderFrom, HandsItsLimitToItsCopies) {
+  const std::string body = kPairFrame.substr(5, 23);
+  Classes<Pair> factory;
+  BinaryReader& reader = reading(compressedFrame(body) + compressedFrame(body), factory);
+  reader.limitInflation(body.size() - 1);
+  BinaryReader copy(reader);
+  EXPECT_THROW(copy.readRootObject(), CompressionError);
+  BinaryReader assigned(nullptr, nullptr);
+  assigned = reader;
+  EXPECT_THROW(assigned.readRootObject(), CompressionError);
+}
+
 // What a peer can do
 
 TEST_P(BinaryReaderFrom, TakesLengthsBelowOneForAnEmptyFrame) {

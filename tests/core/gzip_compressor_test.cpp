@@ -179,6 +179,36 @@ TEST(GZipCompressor, InflatesAThousandfoldWithoutTrustingTheSize) {
   EXPECT_EQ(GZipCompressor().uncompress(withSize(member, 0xFFFFFFFF)), zeros);
 }
 
+TEST(GZipCompressor, InflatesUpToALimit) {
+  const std::string zeros(1 << 20, '\0');
+  const std::string member = GZipCompressor().compress(zeros);
+  std::string out;
+  GZipCompressor::uncompressTo(member.data(), member.size(), out, zeros.size());
+  EXPECT_EQ(out, zeros);
+}
+
+TEST(GZipCompressor, TakesNoMemoryForContentBeyondALimit) {
+  const std::string member = GZipCompressor().compress(std::string(1 << 20, '\0'));
+  std::string out;
+  try {
+    GZipCompressor::uncompressTo(member.data(), member.size(), out, (1 << 20) - 1);
+    ADD_FAILURE() << "nothing was thrown";
+  } catch (const GZipCompressor::ZLibError& error) {
+    EXPECT_EQ(error.getCode(), -5);
+  }
+  EXPECT_THROW(GZipCompressor::uncompressTo(member.data(), member.size(), out, 1000),
+               GZipCompressor::ZLibError);
+  EXPECT_LE(out.capacity(), 1u << 20);
+}
+
+TEST(GZipCompressor, WorksOnAfterItsMemoryWasGivenBack) {
+  const std::string member = GZipCompressor().compress("abc");
+  GZipCompressor::releaseMemory();
+  GZipCompressor::releaseMemory();
+  EXPECT_EQ(GZipCompressor().uncompress(member), "abc");
+  EXPECT_EQ(GZipCompressor().compress("abc"), member);
+}
+
 TEST(GZipCompressor, ReportsBrokenAndTruncatedData) {
   std::string broken = kStoredAb;
   broken[10] = 0x07;  // a block type that does not exist
