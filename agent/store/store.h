@@ -36,7 +36,8 @@ public:
     NoColumn,     // or a column, that is not there
     Duplicate,    // a key, or another constraint
     NotANumber,   // text where the column holds numbers
-    NotAllowed,   // tables may not be defined here, or this view not written
+    NotAllowed,   // this is not written, or not asked, through SQL
+    NotInBranch,  // what the changes of a branch cannot hold: definitions of tables
     Interrupted,  // by interrupt() or the deadline
     RolledBack,   // the store gave the transaction up
     Conflict,     // a branch's changes no longer fit the store
@@ -108,9 +109,18 @@ struct RecordWrite {
   std::string body;
 };
 
-/// A value that is bound to a statement: null, text or bytes.
+/// The types that clients meet, by the codes with which they travel.
+namespace SqlType {
+constexpr int kNumeric = 2;
+constexpr int kInteger = 4;
+constexpr int kReal = 8;
+constexpr int kText = 12;
+constexpr int kBlob = 2004;
+}  // namespace SqlType
+
+/// A value that is bound to a statement. A number is given as text: digits, sign, point, exponent.
 struct SqlValue {
-  enum class Kind { Null, Text, Bytes };
+  enum class Kind { Null, Text, Number, Bytes };
   Kind kind = Kind::Null;
   std::string bytes;
 };
@@ -120,8 +130,8 @@ struct SqlColumn {
   std::string name;
   std::string table;     // empty for an expression
   std::string typeName;  // as declared; "TEXT", "INTEGER", "REAL", "NUMERIC" or "BLOB" by affinity
-  int dataType = 0;      // the code that the catalogue's TYPES gives for the type
-  int precision = 0;
+  int dataType = SqlType::kText;
+  int precision = 0;  // digits or characters; 0: not limited
   int scale = 0;
   int displayWidth = 0;
   bool nullable = true;
@@ -130,23 +140,35 @@ struct SqlColumn {
   bool autoIncrement = false;
 };
 
+/// The values of a row in the order of the columns, as UTF-8 text or bytes; nothing for null.
+using SqlRow = std::vector<std::optional<std::string_view>>;
+
+/// Belongs to its session's thread, and ends before its session.
 class SqlStatement {
 public:
   virtual ~SqlStatement() = default;
-  virtual int parameterCount() = 0;
-  /// Counted from 0. Text that a parameter cannot be is found by `execute`.
-  virtual void bind(int index, const SqlValue& value) = 0;
+  /// Nothing as long as tables that the statement names are missing.
+  virtual std::optional<int> parameterCount() = 0;
+  /// Counted from 0. What a parameter cannot be is found by `execute`. Not while rows are read.
+  virtual void bind(int index, SqlValue value) = 0;
+  // These three need the tables: NoTable and NoColumn where they are missing.
   /// Whether it answers rows.
   virtual bool isQuery() = 0;
+  /// Whether it leaves the store as it is.
+  virtual bool isReadOnly() = 0;
   virtual std::vector<SqlColumn> columns() = 0;
-  /// Runs the statement; a query stands before its first row then.
+  virtual std::vector<SqlColumn> parameters() = 0;
+  /// Runs the statement, and closes what an execution before has left open; a query stands before
+  /// its first row then. The rows are those of this moment, whatever is written while they are
+  /// read, but in a transaction that has written: there its own later changes may show.
   virtual void execute() = 0;
   /// How many rows the last execution changed.
   virtual std::int64_t changes() = 0;
-  /// The next row of a query; false behind the last.
-  virtual bool next() = 0;
-  /// A value of the row as UTF-8 text or bytes, valid until the next call; nothing for null.
-  virtual std::optional<std::string_view> value(int column) = 0;
+  /// The next row of a query, null behind the last. It is the statement's, and valid until the next
+  /// call. A query that fails or ends has closed itself.
+  virtual const SqlRow* next() = 0;
+  /// Whether the query is over because the transaction ended in which it was executed.
+  virtual bool isOverWithTransaction() = 0;
   /// Ends the query, so that its statement holds nothing open; it may be executed again.
   virtual void close() = 0;
 };
@@ -219,8 +241,9 @@ public:
   virtual std::unique_ptr<StoreBranch> endBranch(const BranchId& id) = 0;
 
   // SQL. Statements end before their session does.
-  /// Throws NoTable and NoColumn only when `mustExist`; otherwise a statement whose tables are
-  /// missing fails when it is executed.
+  /// Throws Syntax, and NotAllowed for what is no business of a statement: transactions, pragmas,
+  /// other databases, what belongs to the store. NoTable and NoColumn only when `mustExist`;
+  /// otherwise a statement whose tables are missing fails when it is executed.
   virtual std::unique_ptr<SqlStatement> prepare(std::string_view sql, bool mustExist) = 0;
   /// `patterns`: LIKE patterns for the names, outermost first; an empty one takes all.
   virtual CatalogRows catalog(Catalog what, const std::vector<std::string>& patterns) = 0;
