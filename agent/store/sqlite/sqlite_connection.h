@@ -1,0 +1,169 @@
+// SqliteConnection: one connection to an account's database, with the statements it keeps.
+#pragma once
+
+#include <array>
+#include <chrono>
+#include <cstdint>
+#include <functional>
+#include <list>
+#include <memory>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <unordered_map>
+
+#include "agent/names.h"
+#include "agent/store/sqlite/run_control.h"
+#include "agent/store/sqlite/sqlite_statement.h"
+#include "agent/store/store.h"
+
+struct sqlite3;
+
+namespace nox::agent {
+
+class ConnectionPool;
+class SqliteConnection;
+
+/// How the connections of an account are opened.
+struct ConnectionOptions {
+  std::string file;
+  bool synchronousFull = true;
+  std::uint64_t mostBytes = 0;  // 0: no limit
+  SqlConversion conversion;
+};
+
+/// What the SQL side keeps with a connection (views that were made, functions' state); ends with
+/// it.
+class SqlConnectionState {
+public:
+  virtual ~SqlConnectionState() = default;
+};
+
+// The seams to the SQL side (sqlite_sql.cpp).
+/// Called once for each new connection: defines the functions that views over files use.
+void defineSqlFunctions(SqliteConnection& connection, const SqlConversion& conversion);
+/// Whether a client's statement may do this; arguments and result as SQLite's authorizer has them.
+/// Definitions of tables inside a branch are refused before it is asked.
+int authorizeClientSql(SqliteConnection& connection, int action, const char* first,
+                       const char* second, const char* database, const char* trigger);
+
+/// What is done with one record by key.
+enum class RecordAction { Read, Exists, Write, WriteNew, Remove };
+
+/// Used by one thread at a time. Errors are thrown as StoreError.
+class SqliteConnection {
+public:
+  explicit SqliteConnection(const ConnectionOptions& options);
+  ~SqliteConnection();
+  SqliteConnection(const SqliteConnection&) = delete;
+  SqliteConnection& operator=(const SqliteConnection&) = delete;
+
+  sqlite3* handle() const { return db_.get(); }
+
+  /// Whose work runs here; null: nothing ends it. Set by the lease of a session.
+  void setControl(const RunControl* control) { control_ = control; }
+  const RunControl* control() const { return control_; }
+
+  // Statements.
+  void execute(const char* sql);
+  Statement prepare(std::string_view sql) { return Statement(handle(), sql); }
+  /// A statement that the connection keeps. `sql` must be a literal: it is kept by its address.
+  Statement& kept(const char* sql);
+
+  // Files. A file has a number for as long as it exists, and no other file ever has the same; its
+  // tables are named after it.
+  std::optional<std::int64_t> fileNumber(const std::string& file);
+  static std::string tableName(std::int64_t fileNumber, Part part);
+  /// The table of a part, ready to be put into a statement. Throws NoFile.
+  std::string tableOf(const FilePart& file);
+
+  /// Runs `use(statement)` with the kept statement for the action; again with a new one when the
+  /// file was deleted and made again since the statement was prepared. Throws NoFile.
+  template <class Use>
+  auto onRecord(const FilePart& file, RecordAction action, Use use) {
+    for (bool again = false;; again = true) {
+      try {
+        Statement& statement = recordStatement(file, action);
+        const StatementUse guard(statement);
+        return use(statement);
+      } catch (const StoreError& error) {
+        if (again || error.kind() != StoreError::Kind::Failed || !isOutOfDate(file)) throw;
+      }
+    }
+  }
+  /// Forgets what is known about files; after changes of files were made or taken back here.
+  void forgetFiles();
+
+  // Transactions of the engine.
+  /// BEGIN IMMEDIATE. Writers of other processes are waited for up to `wait`.
+  void beginWriting(std::chrono::milliseconds wait);
+  /// Throws when it fails, after rolling back.
+  void commit();
+  /// Also when the engine has rolled back already.
+  void rollback() noexcept;
+  bool inTransaction() const;
+  /// Rows changed since the connection was opened.
+  std::int64_t totalChanges() const;
+  /// Rows that the last statement changed.
+  std::int64_t changes() const;
+
+  /// While statements of clients are prepared or run, `authorizeClientSql` decides about them.
+  class ClientSql {
+  public:
+    explicit ClientSql(SqliteConnection& connection) : connection_(connection) {
+      ++connection_.clientSql_;
+    }
+    ~ClientSql() { --connection_.clientSql_; }
+    ClientSql(const ClientSql&) = delete;
+    ClientSql& operator=(const ClientSql&) = delete;
+
+  private:
+    SqliteConnection& connection_;
+  };
+
+  /// Inside a branch tables may not be defined. Makes every statement that exists be prepared again
+  /// at its next use: a DELETE that was prepared before changes are recorded may go unrecorded.
+  void setInBranch(bool inBranch);
+  bool isInBranch() const { return inBranch_; }
+
+  std::unique_ptr<SqlConnectionState>& sqlState() { return sqlState_; }
+
+private:
+  friend class ConnectionLease;
+  friend class ConnectionPool;
+
+  struct CloseDatabase {
+    void operator()(sqlite3* db) const noexcept;
+  };
+  /// What is kept for one file; the statements by part and action.
+  struct KeptFile {
+    std::string name;
+    std::int64_t number = 0;
+    std::array<std::array<Statement, 5>, 2> statements;
+  };
+  using KeptFiles = std::list<KeptFile>;
+
+  Statement& recordStatement(const FilePart& file, RecordAction action);
+  KeptFile& keptFile(const std::string& file);
+  /// Whether the kept file is no longer the one of that name; it is forgotten then.
+  bool isOutOfDate(const FilePart& file);
+  void restrictAndObserve();
+  static int onProgress(void* self);
+  static int onAuthorize(void* self, int action, const char* first, const char* second,
+                         const char* database, const char* trigger);
+
+  std::unique_ptr<sqlite3, CloseDatabase> db_;
+  const RunControl* control_ = nullptr;
+  std::unordered_map<const char*, Statement> keptStatements_;
+  KeptFiles keptFiles_;  // the last used first
+  std::unordered_map<std::string_view, KeptFiles::iterator> keptFilesByName_;
+  std::unique_ptr<SqlConnectionState> sqlState_;
+  int clientSql_ = 0;
+  bool inBranch_ = false;
+
+  // Of the pool and its leases.
+  ConnectionPool* pool_ = nullptr;
+  std::size_t uses_ = 0;
+};
+
+}  // namespace nox::agent
