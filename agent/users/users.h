@@ -25,15 +25,22 @@ struct UserInfo {
   std::vector<Grant> grants;
 };
 
-/// The agent's own store, `users.db` in the data directory. Safe for threads. Throws
-/// std::runtime_error where the file cannot be used.
+constexpr std::size_t kLongestPassword = 1024;  // bytes
+
+/// The agent's own store, `users.db` in the data directory. Changes are durable when a call
+/// returns, and other processes that have the file open see them at once. Safe for threads. Throws
+/// StoreError where the file cannot be used, and std::invalid_argument for a name that cannot be
+/// one (see isFileName) and a password that is empty or too long, where they would be stored.
 class Users {
 public:
-  /// Opens the file; makes it where `create` says so.
+  /// Opens the file; makes it, readable to its owner alone, where `create` says so.
   explicit Users(const std::string& file, bool create = false);
   ~Users();
+  Users(const Users&) = delete;
+  Users& operator=(const Users&) = delete;
 
-  /// Whether the password is the user's. Takes as long for a user that is not there.
+  /// Whether the password is the user's. Takes as long, and as much memory (64 MiB for the moment),
+  /// for a user that is not there.
   bool verify(const std::string& user, std::string_view password) const;
   /// What the user may do in the account; nothing: not enter it.
   std::optional<Right> right(const std::string& user, const std::string& account) const;
@@ -42,10 +49,19 @@ public:
   bool add(const std::string& user, std::string_view password);
   /// False, as below, where there is none.
   bool setPassword(const std::string& user, std::string_view password);
+  /// The user and all that was granted.
   bool remove(const std::string& user);
+  /// Replaces what was granted before.
   bool grant(const std::string& user, const std::string& account, Right right);
+  /// False also where nothing was granted.
   bool revoke(const std::string& user, const std::string& account);
+  /// By name, with grants by account.
   std::vector<UserInfo> list() const;
+
+  /// Copies all of it, as it is at this moment, into `file`, which must not be there yet; durable.
+  void backup(const std::string& file) const;
+  /// Reads all of it; what is wrong, a line each. Empty: sound.
+  std::vector<std::string> check() const;
 
 private:
   struct Impl;
