@@ -144,33 +144,39 @@ struct SqlColumn {
 using SqlRow = std::vector<std::optional<std::string_view>>;
 
 /// Belongs to its session's thread, and ends before its session.
-class SqlStatement {
+/// Rows that are read one after the other.
+class SqlRows {
 public:
-  virtual ~SqlStatement() = default;
+  virtual ~SqlRows() = default;
+  /// The next row, null behind the last. It is valid until the next call. What fails or ends has
+  /// closed itself.
+  virtual const SqlRow* next() = 0;
+  /// Gives up what is held open for the rows that are left.
+  virtual void close() = 0;
+};
+
+/// Belongs to its session's thread, and ends before its session.
+class SqlStatement : public SqlRows {
+public:
   /// Nothing as long as tables that the statement names are missing.
   virtual std::optional<int> parameterCount() = 0;
-  /// Counted from 0. What a parameter cannot be is found by `execute`. Not while rows are read.
-  virtual void bind(int index, SqlValue value) = 0;
-  // These three need the tables: NoTable and NoColumn where they are missing.
+  // These need the tables: NoTable and NoColumn where they are missing.
   /// Whether it answers rows.
   virtual bool isQuery() = 0;
   /// Whether it leaves the store as it is.
   virtual bool isReadOnly() = 0;
   virtual std::vector<SqlColumn> columns() = 0;
   virtual std::vector<SqlColumn> parameters() = 0;
-  /// Runs the statement, and closes what an execution before has left open; a query stands before
-  /// its first row then. The rows are those of this moment, whatever is written while they are
-  /// read, but in a transaction that has written: there its own later changes may show.
-  virtual void execute() = 0;
+  /// Runs the statement with a value for each parameter, and closes what an execution before has
+  /// left open; a query stands before its first row then. The values stay the caller's, unchanged
+  /// until the statement is closed or has given its last row. The rows are those of this moment,
+  /// whatever is written while they are read, but in a transaction that has written: there its own
+  /// later changes may show.
+  virtual void execute(const std::vector<SqlValue>& values) = 0;
   /// How many rows the last execution changed.
   virtual std::int64_t changes() = 0;
-  /// The next row of a query, null behind the last. It is the statement's, and valid until the next
-  /// call. A query that fails or ends has closed itself.
-  virtual const SqlRow* next() = 0;
   /// Whether the query is over because the transaction ended in which it was executed.
   virtual bool isOverWithTransaction() = 0;
-  /// Ends the query, so that its statement holds nothing open; it may be executed again.
-  virtual void close() = 0;
 };
 
 /// Facts about the account's tables, as rows of texts.
