@@ -2,6 +2,6 @@
 
 namespace nox::agent {
 
-const char* const kVersion = NOXD_VERSION;
+const char* version() { return NOXD_VERSION; }
 
 }  // namespace nox::agent

@@ -1,10 +1,9 @@
-// Which agent this is.
+// Which release of the agent this is.
 #pragma once
 
 namespace nox::agent {
 
-constexpr char kProductName[] = "noxd";
 /// As in "1.0.0".
-extern const char* const kVersion;
+const char* version();
 
 }  // namespace nox::agent

@@ -333,7 +333,7 @@ ConfigurationValues parseConfiguration(const std::string& text, const std::strin
   return parser.result();
 }
 
-ConfigurationValues readConfiguration(const std::string& file) {
+ConfigurationValues readConfiguration(const std::string& file, bool checkFiles) {
   std::ifstream stream(file, std::ios::binary);
   std::ostringstream text;
   // A folder opens like a file, and fails when it is read.
@@ -343,7 +343,7 @@ ConfigurationValues readConfiguration(const std::string& file) {
   }
   FileParser parser(file);
   parser.parse(text.str());
-  parser.checkFiles();
+  if (checkFiles) parser.checkFiles();
   return parser.result();
 }
 

@@ -80,9 +80,9 @@ private:
 /// Throws ConfigurationError.
 ConfigurationValues parseConfiguration(const std::string& text, const std::string& file);
 
-/// Reads a file, and sees to it that the files which it names can be read. Throws
-/// ConfigurationError.
-ConfigurationValues readConfiguration(const std::string& file);
+/// Reads a file; with `checkFiles`, also sees to it that the files which it names can be read.
+/// Throws ConfigurationError.
+ConfigurationValues readConfiguration(const std::string& file, bool checkFiles = true);
 
 /// A file with all settings and what they mean. Those that are at their defaults are commented out.
 std::string configurationText(const ConfigurationValues& values);
