@@ -16,16 +16,24 @@ namespace nox::agent {
 /// A session or a branch. Never given twice while the agent runs.
 using LockOwner = std::uint64_t;
 
+/// What is locked: one record, or with an empty id the part as a whole, which only `Update` knows.
+/// Who has the part keeps others from locking records in it, and gets it when none of them does;
+/// those who want a record never wait for somebody who only waits for the part.
 struct RecordLock {
   std::string account;
   FilePart file;
   std::string id;
+
+  bool operator==(const RecordLock& other) const {
+    return id == other.id && file == other.file && account == other.account;
+  }
 };
 
 enum class LockKind { Shared, Update };
 
 enum class LockOutcome {
-  Granted,      // it was not held before, or only as shared
+  Granted,      // it was not held before
+  Upgraded,     // it was held as shared, and is for update now
   HeldAlready,  // this owner had it, at least as strong
   Locked,       // another one keeps it
   Deadlock      // waiting would close a cycle; nothing was waited for
@@ -49,25 +57,27 @@ public:
 
   LockOwner newOwner();
 
-  /// Waits up to `wait` (0: not at all). `cancel(owner)` from another thread ends the wait as
-  /// Locked.
+  /// Waits up to `wait` (0: not at all, and nothing is a deadlock then). An owner has one thread
+  /// at a time here.
   LockOutcome acquire(LockOwner owner, const RecordLock& record, LockKind kind,
                       std::chrono::milliseconds wait);
   /// What `owner` holds on the record; nothing happens where it holds none.
   void release(LockOwner owner, const RecordLock& record);
   /// All that `owner` holds in the part.
   void release(LockOwner owner, const std::string& account, const FilePart& file);
+  /// The last that is done for an owner: it leaves no trace then, not even of `cancel`.
   void releaseAll(LockOwner owner);
-  /// Hands all locks of `from` to `to`, which holds none yet, without a moment between.
-  void transfer(LockOwner from, LockOwner to);
-  /// Ends the waits of `owner`, which is to end.
+  /// Hands the locks of `from` to `to`, which holds none yet, without a moment between. Those of
+  /// `keep` that `from` holds stay with it.
+  void transfer(LockOwner from, LockOwner to, const std::vector<RecordLock>& keep = {});
+  /// Ends the wait of `owner`, which is to end, as Locked, and all that it would wait for later.
   void cancel(LockOwner owner);
 
   bool isHeldByOther(LockOwner owner, const RecordLock& record) const;
   /// Whether somebody else holds any record of the part.
   bool isAnyHeldByOther(LockOwner owner, const std::string& account, const FilePart& file) const;
   std::vector<HeldLock> heldBy(LockOwner owner) const;
-  /// All locks of an account (or of one file of it), ordered by file, part and id.
+  /// All locks of an account (or of one file of it), ordered by file, part, id and owner.
   std::vector<HeldLock> list(const std::string& account, const std::string& file = {}) const;
   std::size_t size() const;
 
