@@ -25,6 +25,11 @@ bool isFileName(std::string_view name) {
          });
 }
 
+bool isFilePart(std::string_view text) {
+  if (text.substr(0, kDictPrefix.size()) == kDictPrefix) text.remove_prefix(kDictPrefix.size());
+  return isFileName(text);
+}
+
 FilePart parseFilePart(std::string_view text, const char* sqlClass, const char* sqlSubClass) {
   FilePart file;
   if (text.substr(0, kDictPrefix.size()) == kDictPrefix) {

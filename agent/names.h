@@ -25,6 +25,9 @@ constexpr std::size_t kLongestRecord = 8u * 1024u * 1024;  // bytes
 /// saved things are.
 bool isFileName(std::string_view name);
 
+/// Whether `text` is "name" or "DICT name".
+bool isFilePart(std::string_view text);
+
 /// Takes "name" or "DICT name" apart. Throws Failure with the given code when it is neither.
 FilePart parseFilePart(std::string_view text, const char* sqlClass, const char* sqlSubClass);
 

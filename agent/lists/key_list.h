@@ -1,7 +1,7 @@
 // A snapshot of record keys, in memory while it is short and in a temporary table beyond.
 #pragma once
 
-#include <cstdint>
+#include <cstddef>
 #include <memory>
 #include <string>
 #include <string_view>
@@ -10,12 +10,15 @@
 namespace nox::agent {
 
 /// Keys in order, positions from 0. More than kMostInMemory keys move to a temporary table that
-/// ends with the list.
+/// ends with the list. A copy shares the keys until one of the two is added to. Belongs, with its
+/// copies, to one thread at a time. Throws Failure IE/007 where the table finds no room.
 class KeyList {
 public:
   static constexpr std::size_t kMostInMemory = 100'000;
 
   KeyList();
+  KeyList(const KeyList&);
+  KeyList& operator=(const KeyList&);
   KeyList(KeyList&&) noexcept;
   KeyList& operator=(KeyList&&) noexcept;
   ~KeyList();
@@ -26,10 +29,13 @@ public:
   std::vector<std::string> read(std::size_t first, std::size_t count) const;
 
 private:
-  struct Table;
-  std::vector<std::string> keys_;
-  std::unique_ptr<Table> table_;
-  std::size_t size_ = 0;
+  class Table;
+  struct Keys;
+
+  /// The keys, unshared.
+  Keys& own();
+
+  std::shared_ptr<Keys> keys_;  // null: none
 };
 
 }  // namespace nox::agent

@@ -1,6 +1,7 @@
 // The select lists that a session holds open, and its active one.
 #pragma once
 
+#include <cstddef>
 #include <map>
 #include <memory>
 #include <optional>
@@ -15,7 +16,7 @@ namespace nox::agent {
 
 class Session;
 
-/// Keys with the file that they belong to.
+/// Keys with the file that they belong to; a client's own keys have none (an empty name).
 struct SelectedKeys {
   FilePart file;
   KeyList keys;
@@ -33,10 +34,15 @@ public:
 
   /// Keeps the keys under a new id.
   int open(SelectedKeys selected);
+  /// Throws where one more would be too many.
+  void requireRoom() const;
   /// The next chunk as it travels: never bigger than a frame may be. `direction` and `size` as the
-  /// client sent them.
+  /// client sent them; a size of 0 moves nothing. Failure 22/003 for another direction, IE/008 for
+  /// records that cannot be read.
   std::unique_ptr<noxp::remote::SelectListProt> fetch(int id, int direction, std::size_t size,
                                                       bool withRecords);
+  /// From the start, as many keys as the session fetches at once.
+  std::unique_ptr<noxp::remote::SelectListProt> firstChunk(int id);
   /// Writes the changed records of `changed` back, all or none. A list without changes, and the
   /// one that is no list, changes nothing.
   void commit(noxp::remote::SelectListProt& changed);
@@ -60,6 +66,13 @@ public:
 
 private:
   struct Open;
+
+  Open& find(int id) const;
+  std::unique_ptr<noxp::remote::SelectListProt> fetch(Open& list, int direction, std::size_t size,
+                                                      bool withRecords, std::size_t frame);
+  std::unique_ptr<NOXPBlob> readRecord(const FilePart& file, const std::string& key);
+  [[noreturn]] static void failPosition(unsigned long position);
+
   Session& session_;
   std::map<int, std::unique_ptr<Open>> open_;
   int lastId_ = 0;

@@ -129,7 +129,11 @@ void Session::beginRequest() {
   transactions_->tellExpired();
 }
 
-void Session::afterReply() { statements_->prepareNextBatch(); }
+void Session::afterReply() {
+  // Idle is who does not ask: a long request takes nothing away.
+  if (transactions_->isOpen()) transactions_->touch(Clock::now());
+  statements_->prepareNextBatch();
+}
 
 std::optional<Session::Clock::time_point> Session::nextExpiry() const {
   std::optional<Clock::time_point> next = transactions_->expiry();

@@ -1,19 +1,16 @@
-// A session's transaction, and the branches of distributed ones that all sessions share.
+// A session's transaction: a local one, or a branch of a distributed one while it runs here.
 #pragma once
 
 #include <chrono>
 #include <memory>
-#include <mutex>
 #include <optional>
-#include <string>
-#include <vector>
 
 #include "agent/locks/lock_table.h"
+#include "agent/session/branches.h"
 #include "agent/store/store.h"
 
 namespace nox::agent {
 
-class Log;
 class Session;
 
 /// One local transaction, or one started branch, at a time. Failures carry the codes of the
@@ -37,6 +34,9 @@ public:
   void release(const RecordLock& record);
   void release(const FilePart& file);
   void releaseAll();
+  /// The open transaction uses a lock that the session holds: it belongs to a branch then, also
+  /// where the session had it before, and its release is not due any more. Whether one was due.
+  bool claim(const RecordLock& record);
 
   void startBranch(const BranchId& id);
   void endBranch(const BranchId& id);
@@ -44,8 +44,9 @@ public:
   void commitBranch(const BranchId& id);
   void rollbackBranch(const BranchId& id);
 
-  /// Notes that a request came; when the next expiry is due.
+  /// Notes that the client is not idle; finds out whether the store gave the transaction up.
   void touch(Clock::time_point now);
+  /// When the open transaction has been idle for too long.
   std::optional<Clock::time_point> expiry() const;
   /// Rolls the idle transaction back; the next request is told.
   void expire();
@@ -53,34 +54,6 @@ public:
   void tellExpired();
 
 private:
-  struct Impl;
-  std::unique_ptr<Impl> impl_;
-};
-
-struct BranchInfo {
-  std::string account;
-  BranchId id;
-  std::string state;  // "started", "ended", "prepared"
-  LockOwner owner = 0;  // whose locks are the branch's
-  std::size_t locks = 0;
-  std::chrono::system_clock::time_point since;
-};
-
-/// The branches of all accounts. Safe for threads.
-class Branches {
-public:
-  Branches(StoreEngine& stores, LockTable& locks);
-  ~Branches();
-
-  /// Before the port opens: takes the prepared branches of every account over, and their locks.
-  void recover(Log& log);
-  std::vector<BranchInfo> list(const std::string& account) const;
-  /// What an administrator does with a forgotten branch. Failures as for the requests.
-  void commit(const std::string& account, const BranchId& id);
-  void rollback(const std::string& account, const BranchId& id);
-
-private:
-  friend class Transactions;
   struct Impl;
   std::unique_ptr<Impl> impl_;
 };

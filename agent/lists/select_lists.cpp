@@ -1,0 +1,257 @@
+#include "agent/lists/select_lists.h"
+
+#include <algorithm>
+#include <limits>
+#include <string_view>
+#include <utility>
+#include <vector>
+
+#include "agent/failure.h"
+#include "agent/session/data_access.h"
+#include "agent/session/session.h"
+
+namespace nox::agent {
+
+using noxp::remote::SelectListProt;
+
+namespace {
+
+// What a chunk costs on the wire, at most: a key besides its text, a record besides its bytes, and
+// all that is around them.
+constexpr std::size_t kKeyBytes = 4;      // 's', 2 bytes of length, ';'
+constexpr std::size_t kRecordBytes = 16;  // prefix, 4 bytes of length, ';', or the null object
+constexpr std::size_t kFrameBytes = 512;
+
+// Where a chunk goes beside a command's output.
+constexpr std::size_t kOfferedShare = 4;  // of a frame
+
+// Directions as they travel.
+constexpr int kNext = 1;
+constexpr int kPrevious = -1;
+constexpr int kAgain = 0;
+constexpr int kFromStart = 2;
+constexpr int kLast = -2;
+
+struct Entry {
+  std::string key;
+  std::unique_ptr<NOXPBlob> record;  // null: not asked for, or not there
+};
+
+std::size_t costOf(const Entry& entry, bool withRecords) {
+  std::size_t cost = kKeyBytes + entry.key.size();
+  if (withRecords) cost += kRecordBytes + (entry.record ? entry.record->length() : 0);
+  return cost;
+}
+
+std::unique_ptr<SelectListProt> makeList(int id, std::vector<Entry> entries, bool withRecords) {
+  std::string joined;
+  for (const Entry& entry : entries) {
+    joined += entry.key;
+    joined += static_cast<char>(noxp::remote::kAttributeMark);
+  }
+  const NOXPBlob keys(joined.data(), joined.size());
+  auto list = std::make_unique<SelectListProt>(&keys);
+  list->setId(id);
+  list->setHasRecordData(withRecords);
+  if (withRecords) {
+    for (Entry& entry : entries) {
+      list->next();
+      list->setRecord(entry.record.release());
+    }
+    list->getAllModified()->clear();
+    list->goToPosition(0);
+  }
+  return list;
+}
+
+}  // namespace
+
+struct SelectLists::Open {
+  int id = 0;
+  SelectedKeys selected;
+  // The chunk that was sent last. In front of the first: nothing at 0, behind the last: nothing at
+  // the end.
+  std::size_t begin = 0;
+  std::size_t end = 0;
+};
+
+SelectLists::SelectLists(Session& session) : session_(session) {}
+
+SelectLists::~SelectLists() = default;
+
+void SelectLists::requireRoom() const {
+  if (open_.size() < kMostOpen) return;
+  throw Failure("IE", "007", "the session has 64 select lists open");
+}
+
+int SelectLists::open(SelectedKeys selected) {
+  requireRoom();
+  do {
+    lastId_ = lastId_ == std::numeric_limits<int>::max() ? 1 : lastId_ + 1;
+  } while (open_.count(lastId_) > 0);
+  auto opened = std::make_unique<Open>();
+  opened->id = lastId_;
+  opened->selected = std::move(selected);
+  open_.emplace(lastId_, std::move(opened));
+  return lastId_;
+}
+
+SelectLists::Open& SelectLists::find(int id) const {
+  const auto found = open_.find(id);
+  if (found == open_.end()) {
+    throw Failure("24", "000", "there is no select list " + std::to_string(id));
+  }
+  return *found->second;
+}
+
+std::unique_ptr<SelectListProt> SelectLists::fetch(int id, int direction, std::size_t size,
+                                                   bool withRecords) {
+  return fetch(find(id), direction, size, withRecords, session_.frameCap());
+}
+
+std::unique_ptr<SelectListProt> SelectLists::firstChunk(int id) {
+  return fetch(find(id), kFromStart, static_cast<std::size_t>(session_.settings().fetchSize), false,
+               session_.frameCap());
+}
+
+std::unique_ptr<SelectListProt> SelectLists::fetch(Open& list, int direction, std::size_t size,
+                                                   bool withRecords, std::size_t frame) {
+  const KeyList& keys = list.selected.keys;
+  const std::size_t most = std::min(size, kMostKeysPerChunk);
+  // The keys from `begin` to `end`, of which a frame may hold the first or, going back, the last.
+  std::size_t begin = 0;
+  std::size_t end = 0;
+  bool fromTheEnd = false;
+  const auto forward = [&](std::size_t from) {
+    begin = from;
+    end = begin + std::min(most, keys.size() - begin);
+  };
+  const auto back = [&](std::size_t from) {
+    end = from;
+    begin = end - std::min(most, end);
+    fromTheEnd = true;
+  };
+  switch (direction) {
+    case kNext:
+      forward(list.end);
+      break;
+    case kPrevious:
+      back(list.begin);
+      break;
+    case kAgain:
+      begin = list.begin;
+      end = begin + std::min(most, list.end - begin);
+      break;
+    case kFromStart:
+      forward(0);
+      break;
+    case kLast:
+      back(keys.size());
+      break;
+    default:
+      throw Failure("22", "003", "a fetch direction is 1, -1, 0, 2 or -2");
+  }
+  if (size == 0) return makeList(list.id, {}, withRecords);
+
+  std::vector<std::string> names = keys.read(begin, end - begin);
+  if (fromTheEnd) std::reverse(names.begin(), names.end());
+  std::vector<Entry> entries;
+  entries.reserve(names.size());
+  std::size_t bytes = kFrameBytes;
+  for (std::string& name : names) {
+    Entry entry{std::move(name), nullptr};
+    if (withRecords) entry.record = readRecord(list.selected.file, entry.key);
+    bytes += costOf(entry, withRecords);
+    if (bytes > frame) {
+      if (!entries.empty()) break;
+      throw Failure("IE", "008", "the record \"" + entry.key + "\" is longer than a frame may be");
+    }
+    entries.push_back(std::move(entry));
+  }
+  if (fromTheEnd) {
+    std::reverse(entries.begin(), entries.end());
+    begin = end - entries.size();
+  } else {
+    end = begin + entries.size();
+  }
+  list.begin = begin;
+  list.end = end;
+  return makeList(list.id, std::move(entries), withRecords);
+}
+
+std::unique_ptr<NOXPBlob> SelectLists::readRecord(const FilePart& file, const std::string& key) {
+  auto record = std::make_unique<NOXPBlob>();
+  try {
+    if (!session_.store().read(file, key, *record)) record.reset();
+  } catch (const StoreError& error) {
+    throwAsFailure(error, "IE", "008");
+  }
+  return record;
+}
+
+void SelectLists::commit(SelectListProt& changed) {
+  if (changed.getId() < 0) return;
+  const std::set<unsigned long>& modified = *changed.getAllModified();
+  if (changed.getId() == 0 && modified.empty()) return;  // a client's own
+  const FilePart& file = find(changed.getId()).selected.file;
+  std::vector<RecordWrite> writes;
+  writes.reserve(modified.size());
+  for (const unsigned long position : modified) {
+    if (position == 0 || position > changed.size()) failPosition(position);
+    changed.goToPosition(position);
+    const NOXPBlob* record = nullptr;
+    try {
+      record = changed.getRecord();
+    } catch (const SQLExtError&) {
+      failPosition(position);  // keys without as many records
+    }
+    std::string body;
+    if (record && record->getBuf()) {
+      body.assign(reinterpret_cast<const char*>(record->getBuf()), record->length());
+    }
+    writes.push_back({file, changed.getKey(), std::move(body)});
+  }
+  session_.data().writeAll(std::move(writes));
+}
+
+void SelectLists::failPosition(unsigned long position) {
+  throw Failure("22", "003", "the list that was sent has no record " + std::to_string(position));
+}
+
+void SelectLists::close(int id) { open_.erase(id); }
+
+void SelectLists::closeAll() { open_.clear(); }
+
+std::size_t SelectLists::size() const { return open_.size(); }
+
+void SelectLists::activate(SelectListProt* given) {
+  if (!given || given->getId() < 0) return;
+  const auto found = open_.find(given->getId());
+  if (given->size() == 0 && given->getId() > 0) {
+    setActive(find(given->getId()).selected);
+    return;
+  }
+  SelectedKeys selected;
+  if (found != open_.end()) selected.file = found->second->selected.file;
+  given->goToPosition(0);
+  while (given->next()) {
+    checkRecordId(given->getKeyView());
+    selected.keys.add(given->getKeyView());
+  }
+  setActive(std::move(selected));
+}
+
+void SelectLists::setActive(SelectedKeys selected) { active_ = std::move(selected); }
+
+std::optional<SelectedKeys> SelectLists::takeActive() { return std::exchange(active_, {}); }
+
+std::unique_ptr<SelectListProt> SelectLists::offerActive() {
+  if (!active_) return nullptr;
+  close(std::exchange(offeredId_, 0));
+  offeredId_ = open(*active_);
+  return fetch(find(offeredId_), kFromStart,
+               static_cast<std::size_t>(session_.settings().fetchSize), false,
+               session_.frameCap() / kOfferedShare);
+}
+
+}  // namespace nox::agent

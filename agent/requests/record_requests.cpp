@@ -1,0 +1,75 @@
+// Requests about single records, and the named commons.
+#include <memory>
+#include <string>
+
+#include <nox/nox.h>
+
+#include "agent/failure.h"
+#include "agent/requests/fields.h"
+#include "agent/session/data_access.h"
+#include "agent/session/dispatcher.h"
+#include "agent/session/named_commons.h"
+#include "agent/session/reply.h"
+#include "agent/session/session.h"
+
+namespace nox::agent {
+
+using namespace noxp::remote;
+
+namespace {
+
+ToviResponseProt status(DataAccess::Status outcome) { return {outcome, nullptr}; }
+
+void readRecord(Session& session, ReadRecordRequestProt& request, Reply& reply) {
+  auto record = std::make_unique<NOXPBlob>();
+  const DataAccess::Status outcome = session.data().read(
+      textOf(request.getFileName()), textOf(request.getRecordId()), request.getReadMode(), *record);
+  if (outcome != DataAccess::Done) return reply.send(status(outcome));
+  // What is around the record in its frame, at most.
+  constexpr std::size_t kAround = 64;
+  if (record->length() + kAround > session.frameCap()) {
+    throw Failure("IE", "008", "the record is longer than a frame may be");
+  }
+  reply.send(ToviResponseProt(outcome, record.release()));
+}
+
+void writeRecord(Session& session, WriteRecordRequestProt& request, Reply& reply) {
+  reply.send(
+      status(session.data().write(textOf(request.getFileName()), textOf(request.getRecordId()),
+                                  bytesOf(request.getRecord()), request.getWriteMode())));
+}
+
+void deleteRecord(Session& session, DeleteRecordRequestProt& request, Reply& reply) {
+  reply.send(
+      status(session.data().remove(textOf(request.getFileName()), textOf(request.getRecordId()))));
+}
+
+void existsRecord(Session& session, ExistsRecordRequestProt& request, Reply& reply) {
+  reply.send(
+      status(session.data().exists(textOf(request.getFileName()), textOf(request.getRecordId()))));
+}
+
+void releaseRecordLock(Session& session, ReleaseRecordLockRequestProt& request, Reply& reply) {
+  session.data().release(request.getLockMode(), textOf(request.getFileName()),
+                         textOf(request.getRecordId()));
+  reply.send(OKResponseProt());
+}
+
+void readCommon(Session& session, ReadCommonRequestProt& request, Reply& reply) {
+  const std::string value = namedCommon(session, textOf(request.getName()));
+  const NOXPBlob bytes(value.data(), value.size());
+  reply.send(ReadCommonResponseProt(&bytes));
+}
+
+}  // namespace
+
+void registerRecordRequests(Dispatcher& dispatcher) {
+  dispatcher.on<ReadRecordRequestProt>("ReadRecord", readRecord);
+  dispatcher.on<WriteRecordRequestProt>("WriteRecord", writeRecord);
+  dispatcher.on<DeleteRecordRequestProt>("DeleteRecord", deleteRecord);
+  dispatcher.on<ExistsRecordRequestProt>("ExistsRecord", existsRecord);
+  dispatcher.on<ReleaseRecordLockRequestProt>("ReleaseRecordLock", releaseRecordLock);
+  dispatcher.on<ReadCommonRequestProt>("ReadCommon", readCommon);
+}
+
+}  // namespace nox::agent

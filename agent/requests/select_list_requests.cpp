@@ -1,0 +1,47 @@
+// Requests about select lists that are open on the server: fetch, commit, close.
+#include <memory>
+
+#include <nox/nox.h>
+
+#include "agent/lists/select_lists.h"
+#include "agent/session/dispatcher.h"
+#include "agent/session/reply.h"
+#include "agent/session/session.h"
+
+namespace nox::agent {
+
+using namespace noxp::remote;
+
+namespace {
+
+void fetch(Session& session, SelectListFetchRequestProt& request, Reply& reply) {
+  SelectLists& lists = session.lists();
+  if (SelectListProt* const modified = request.getModifiedSelectList()) lists.commit(*modified);
+  reply.send(
+      SelectListFetchResponseProt(lists
+                                      .fetch(request.getSelectListId(), request.getFetchDirection(),
+                                             request.getFetchSize(), request.getFetchData())
+                                      .release()));
+}
+
+void commit(Session& session, SelectListCommitRequestProt& request, Reply& reply) {
+  if (SelectListProt* const modified = request.getModifiedSelectList()) {
+    session.lists().commit(*modified);
+  }
+  reply.send(OKResponseProt());
+}
+
+void close(Session& session, SelectListCloseRequestProt& request, Reply& reply) {
+  session.lists().close(request.getSelectListId());
+  reply.send(OKResponseProt());
+}
+
+}  // namespace
+
+void registerSelectListRequests(Dispatcher& dispatcher) {
+  dispatcher.on<SelectListFetchRequestProt>("SelectListFetch", fetch);
+  dispatcher.on<SelectListCommitRequestProt>("SelectListCommit", commit);
+  dispatcher.on<SelectListCloseRequestProt>("SelectListClose", close);
+}
+
+}  // namespace nox::agent
