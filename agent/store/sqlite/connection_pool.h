@@ -43,7 +43,9 @@ public:
   /// Connections without a user beyond this many are closed.
   static constexpr std::size_t kMostIdle = 8;
 
-  explicit ConnectionPool(ConnectionOptions options) : options_(std::move(options)) {}
+  explicit ConnectionPool(ConnectionOptions options) : options_(std::move(options)) {
+    idle_.reserve(kMostIdle);
+  }
   ConnectionPool(const ConnectionPool&) = delete;
   ConnectionPool& operator=(const ConnectionPool&) = delete;
 

@@ -11,6 +11,7 @@
 #include <string>
 #include <string_view>
 #include <unordered_map>
+#include <utility>
 
 #include "agent/names.h"
 #include "agent/store/sqlite/run_control.h"
@@ -91,29 +92,46 @@ public:
       }
     }
   }
-  /// Forgets what is known about files; after changes of files were made or taken back here.
-  void forgetFiles();
+  /// Files were made or deleted in the open transaction.
+  void noteFilesChanged() { filesChanged_ = true; }
 
   // Transactions of the engine.
   /// BEGIN IMMEDIATE. Writers of other processes are waited for up to `wait`.
   void beginWriting(std::chrono::milliseconds wait);
   /// Throws when it fails, after rolling back.
   void commit();
-  /// Also when the engine has rolled back already.
+  /// Does nothing where the engine has rolled back already.
   void rollback() noexcept;
+  /// A savepoint inside the transaction, for work that may be undone alone. They nest.
+  class Savepoint {
+  public:
+    explicit Savepoint(SqliteConnection& connection);
+    /// Undoes what was done since, unless it was kept.
+    ~Savepoint();
+    Savepoint(const Savepoint&) = delete;
+    Savepoint& operator=(const Savepoint&) = delete;
+    void keep();
+
+  private:
+    SqliteConnection& connection_;
+    bool isOpen_ = true;
+  };
+  /// A savepoint without a scope, one at a time: a new one replaces it.
+  void setMark();
+  /// Undoes what was done since the mark, which stays.
+  void rollbackToMark();
   bool inTransaction() const;
   /// Rows changed since the connection was opened.
   std::int64_t totalChanges() const;
   /// Rows that the last statement changed.
   std::int64_t changes() const;
 
-  /// While statements of clients are prepared or run, `authorizeClientSql` decides about them.
+  /// While statements of clients are prepared or run: `authorizeClientSql` decides about them, and
+  /// values they make have a limit.
   class ClientSql {
   public:
-    explicit ClientSql(SqliteConnection& connection) : connection_(connection) {
-      ++connection_.clientSql_;
-    }
-    ~ClientSql() { --connection_.clientSql_; }
+    explicit ClientSql(SqliteConnection& connection);
+    ~ClientSql();
     ClientSql(const ClientSql&) = delete;
     ClientSql& operator=(const ClientSql&) = delete;
 
@@ -121,10 +139,27 @@ public:
     SqliteConnection& connection_;
   };
 
+  /// Statements of the agent's own that run in the middle of a client's.
+  class OwnSql {
+  public:
+    explicit OwnSql(SqliteConnection& connection)
+        : connection_(connection), clientSql_(std::exchange(connection.clientSql_, 0)) {}
+    ~OwnSql() { connection_.clientSql_ = clientSql_; }
+    OwnSql(const OwnSql&) = delete;
+    OwnSql& operator=(const OwnSql&) = delete;
+
+  private:
+    SqliteConnection& connection_;
+    int clientSql_;
+  };
+
   /// Inside a branch tables may not be defined. Makes every statement that exists be prepared again
   /// at its next use: a DELETE that was prepared before changes are recorded may go unrecorded.
   void setInBranch(bool inBranch);
   bool isInBranch() const { return inBranch_; }
+
+  /// Triggers of clients' tables do not run on this connection.
+  void disableTriggers();
 
   std::unique_ptr<SqlConnectionState>& sqlState() { return sqlState_; }
 
@@ -145,9 +180,9 @@ private:
 
   Statement& recordStatement(const FilePart& file, RecordAction action);
   KeptFile& keptFile(const std::string& file);
+  void forgetFiles() noexcept;
   /// Whether the kept file is no longer the one of that name; it is forgotten then.
   bool isOutOfDate(const FilePart& file);
-  void restrictAndObserve();
   static int onProgress(void* self);
   static int onAuthorize(void* self, int action, const char* first, const char* second,
                          const char* database, const char* trigger);
@@ -158,6 +193,8 @@ private:
   KeptFiles keptFiles_;  // the last used first
   std::unordered_map<std::string_view, KeptFiles::iterator> keptFilesByName_;
   std::unique_ptr<SqlConnectionState> sqlState_;
+  bool filesChanged_ = false;
+  bool hasMark_ = false;
   int clientSql_ = 0;
   bool inBranch_ = false;
 

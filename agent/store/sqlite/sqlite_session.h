@@ -69,44 +69,57 @@ public:
   ConnectionLease readConnection();
   bool isInBranch() const { return inBranch_; }
 
-  /// One change that the session makes itself: in the open transaction, which it begins in the
-  /// engine where nothing was written before, or in a transaction of its own. Without `finish` what
-  /// was done within is undone.
+  /// One change that the session makes itself: a part of the open transaction, which it begins in
+  /// the engine where nothing was written before, or a transaction of its own. What was done within
+  /// is undone unless `finish` is called.
   class Write {
   public:
+    /// Waits for other writers. Throws StoreError.
     explicit Write(SqliteSession& session);
     ~Write();
     Write(const Write&) = delete;
     Write& operator=(const Write&) = delete;
-    /// Kept by a statement that is still to give rows (RETURNING).
-    const ConnectionLease& lease() const { return lease_; }
     SqliteConnection& connection() const { return *lease_; }
-    /// Ends the change: commits it where it is a transaction of its own. Throws NotAllowed for a
-    /// change of a branch that cannot be recorded.
+    /// Commits the change where it is a transaction of its own; statements that write must have
+    /// given their last row. Throws NotAllowed for rows that a branch cannot record.
     void finish();
 
   private:
     SqliteSession& session_;
     WriterPlace::Hold place_;  // outside a transaction
     ConnectionLease lease_;
-    bool savepoint_ = false;
+    std::int64_t changesBefore_ = 0;
+    std::optional<SqliteConnection::Savepoint> savepoint_;  // inside one
     bool finished_ = false;
   };
 
 private:
   enum class Mark { None, BeforeWriting, Savepoint };
+  friend class ScanCursor;
 
-  /// Throws Interrupted after `interrupt`.
+  /// Throws Interrupted after `interrupt`, RolledBack where the open transaction is lost.
   void requireRunning() const;
+  void requireTransaction() const;
   Patience patience() const { return {wait_, &control_}; }
+
+  /// Makes a change of files or records: `work(connection)` in the open transaction, or together
+  /// with the changes of other sessions.
+  template <class Work>
+  void change(StoreChange::Extent extent, Work work);
   /// The connection of the open transaction, which is begun in the engine if it was not.
   SqliteConnection& writing();
-  /// Before anything changes on the transaction's connection: what reads there takes its rows
-  /// along.
-  void detachCursors();
-  void endTransaction() noexcept;
+  /// After a failure: some of them roll the whole transaction back in the engine.
+  void noticeLoss() noexcept;
 
-  friend class ScanCursor;
+  // Cursors that read on the transaction's connection take their rows along before it changes.
+  void addCursor(ScanCursor& cursor) { cursors_.push_back(&cursor); }
+  void removeCursor(ScanCursor& cursor);
+  void detachCursors() noexcept;
+
+  /// Rolls back in the engine, and frees the connection and the writer's place.
+  void stopWriting() noexcept;
+  /// The transaction or branch is over, whatever became of it.
+  void endTransaction() noexcept;
 
   SqliteStore& store_;
   std::chrono::milliseconds wait_{5000};
@@ -114,12 +127,14 @@ private:
 
   bool open_ = false;
   bool inBranch_ = false;
+  bool lost_ = false;
   Mark mark_ = Mark::None;
-  // From the first write to the end. In this order: the connection is given back before the place.
+  // From the first write to the end. They end in the opposite order.
   WriterPlace::Hold place_;
   ConnectionLease writing_;
+  std::int64_t changesBefore_ = 0;
   std::unique_ptr<ChangeRecorder> recorder_;
-  std::vector<ScanCursor*> cursors_;  // open on `writing_`
+  std::vector<ScanCursor*> cursors_;
 };
 
 }  // namespace nox::agent

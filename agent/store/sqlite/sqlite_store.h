@@ -4,8 +4,8 @@
 #include <atomic>
 #include <cstdint>
 #include <memory>
-#include <mutex>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "agent/store/sqlite/connection_pool.h"
@@ -14,12 +14,33 @@
 
 namespace nox::agent {
 
-/// A change that is made on the writer's connection, alone or together with others.
+/// A change outside of transactions: made on the writer's connection, alone or together with
+/// others.
 class StoreChange : public WriterPlace::Change {
 public:
-  /// More than one statement: if it fails in the middle, what it did is taken back.
-  virtual bool isCompound() const { return false; }
+  enum Extent {
+    Simple,   // one statement, which happens or does not
+    Compound  // several: what they did is taken back when one fails
+  };
+
+  explicit StoreChange(Extent extent) : extent_(extent) {}
+  Extent extent() const { return extent_; }
+  /// In the thread of any of those who wait for a change.
   virtual void run(SqliteConnection& connection) = 0;
+
+private:
+  const Extent extent_;
+};
+
+/// `work(connection)` as a change; its results may go to variables of the one who waits.
+template <class Work>
+class ChangeBy : public StoreChange {
+public:
+  ChangeBy(Extent extent, Work work) : StoreChange(extent), work_(std::move(work)) {}
+  void run(SqliteConnection& connection) override { work_(connection); }
+
+private:
+  Work work_;
 };
 
 class SqliteStore : public Store {
@@ -39,7 +60,7 @@ public:
   /// The connection on which the changes of branches are applied; only for who has the writer's
   /// place. Triggers are off: what they did is among the changes.
   SqliteConnection& branchConnection();
-  /// Counts a commit of a transaction that changed `rows` rows.
+  /// Counts a commit that changed so many rows.
   void countCommit(std::int64_t rows);
 
 private:
@@ -48,8 +69,9 @@ private:
   const std::string account_;
   ConnectionPool connections_;
   WriterPlace place_;
-  // Both belong to who has the writer's place. The first stays open as long as the store, so that
-  // the others that come and go never are the last one, which would clean up the log.
+  // Both belong to who has the writer's place. The first is open as long as the store is: the last
+  // connection of a database to be closed cleans up its log, which those that come and go should
+  // not.
   std::unique_ptr<SqliteConnection> writer_;
   std::unique_ptr<SqliteConnection> branches_;
   std::atomic<std::uint64_t> commits_{0};

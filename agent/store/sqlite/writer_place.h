@@ -43,7 +43,7 @@ public:
   /// itself throws nothing. Runs in the thread of one of the changes.
   using MakeChanges = std::function<void(const std::vector<Change*>&)>;
 
-  explicit WriterPlace(MakeChanges makeChanges) : makeChanges_(std::move(makeChanges)) {}
+  explicit WriterPlace(MakeChanges makeChanges);
   WriterPlace(const WriterPlace&) = delete;
   WriterPlace& operator=(const WriterPlace&) = delete;
 
@@ -80,22 +80,28 @@ public:
 
 private:
   struct Waiter;
-  using Line = std::list<Waiter*>;
 
+  /// Returns when the waiter has the place, or its change was made by another one.
   void await(std::unique_lock<std::mutex>& lock, Waiter& waiter, const Patience& patience);
-  void lead(std::unique_lock<std::mutex>& lock, Waiter& leader);
+  /// Makes one's own change and all others that wait, and passes the place on.
+  void lead(std::unique_lock<std::mutex>& lock, Change& own);
   void leave();
   void passOn();
-  std::size_t changesInLine() const;
 
   const MakeChanges makeChanges_;
   mutable std::mutex mutex_;
   bool taken_ = false;
-  Line line_;
-  Waiter* gathering_ = nullptr;     // leads, and waits for those who are about to come
-  std::size_t expected_ = 0;        // how many changes were there at the end of the last group
-  Clock::duration lastDuration_{};  // of the last group
+  std::list<Waiter*> line_;
+  std::size_t changesInLine_ = 0;
   Clock::duration waited_{};
+
+  // The group: who leads it may wait a moment for others.
+  bool isGathering_ = false;
+  std::condition_variable gathered_;
+  std::size_t expected_ = 0;  // how many changes there were at the end of the last group
+  Clock::duration lastDuration_{};
+  std::vector<Change*> together_;
+  std::vector<Waiter*> served_;
 };
 
 }  // namespace nox::agent
