@@ -150,6 +150,16 @@ void DataAccess::clear(std::string_view file) {
   inStore(kClear, [&] { session_.store().clear(cleared); });
 }
 
+bool DataAccess::deleteFile(const std::string& file) {
+  session_.requireWrite();
+  const WriteLock data(*this, lockOf({file, Part::Data}, {}), kDelete);
+  const WriteLock dictionary(*this, lockOf({file, Part::Dict}, {}), kDelete);
+  if (!data.isHeld() || !dictionary.isHeld()) {
+    throw Failure("IE", "024", "another session keeps a record of the file locked");
+  }
+  return inStore(kDelete, [&] { return session_.store().deleteFile(file); });
+}
+
 DataAccess::Status DataAccess::read(std::string_view file, std::string_view id, int mode,
                                     NOXPBlob& body) {
   const bool waits = (mode & kDoNotWait) == 0;

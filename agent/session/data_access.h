@@ -46,6 +46,9 @@ public:
   void open(std::string_view file);
   /// Deletes all records of the part, or none; IE/024 where other sessions keep some locked.
   void clear(std::string_view file);
+  /// Deletes the file with both its parts, or nothing; false where there is none. IE/010; IE/024 as
+  /// above.
+  bool deleteFile(const std::string& file);
   /// Modes 1 and 2 lock the record, whether it is there or not, and keep the lock in either case.
   Status read(std::string_view file, std::string_view id, int mode, NOXPBlob& body);
   Status write(std::string_view file, std::string_view id, std::string_view body, int mode);
