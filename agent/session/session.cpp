@@ -44,8 +44,12 @@ Session::Session(Agent& agent, SessionId id, std::string user, std::string accou
 Session::~Session() { close(); }
 
 void Session::open() {
-  store_ = agent_.stores.open(account_).openSession();
-  store_->setWait(settings_.lockWait);
+  auto store = agent_.stores.open(account_).openSession();
+  store->setWait(settings_.lockWait);
+  {
+    const std::lock_guard<std::mutex> lock(storeMutex_);
+    store_ = std::move(store);
+  }
   transactions_ = std::make_unique<Transactions>(*this);
   data_ = std::make_unique<DataAccess>(*this);
   lists_ = std::make_unique<SelectLists>(*this);
@@ -61,7 +65,12 @@ void Session::close() {
   lists_.reset();
   transactions_.reset();
   data_.reset();
-  store_.reset();
+  std::unique_ptr<StoreSession> store;
+  {
+    const std::lock_guard<std::mutex> lock(storeMutex_);
+    store = std::move(store_);
+  }
+  store.reset();
   agent_.locks.releaseAll(lockOwner_);
 }
 
@@ -152,7 +161,10 @@ void Session::expire(Clock::time_point now) {
 
 void Session::interrupt() {
   interrupted_.store(true, std::memory_order_relaxed);
-  store_->interrupt();
+  {
+    const std::lock_guard<std::mutex> lock(storeMutex_);
+    if (store_) store_->interrupt();
+  }
   agent_.locks.cancel(lockOwner_);
 }
 

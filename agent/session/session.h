@@ -6,6 +6,7 @@
 #include <cstdint>
 #include <map>
 #include <memory>
+#include <mutex>
 #include <optional>
 #include <string>
 
@@ -118,6 +119,7 @@ private:
   std::map<std::string, std::string> commons_;
   int lastCommandCode_ = 0;
 
+  std::mutex storeMutex_;  // while the store is replaced, for interrupt()
   std::unique_ptr<StoreSession> store_;
   std::unique_ptr<Transactions> transactions_;
   std::unique_ptr<DataAccess> data_;
