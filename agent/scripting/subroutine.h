@@ -2,19 +2,16 @@
 #pragma once
 
 #include <memory>
-#include <optional>
 #include <string>
 #include <string_view>
 #include <vector>
 
+#include "agent/scripting/argument.h"
 #include "agent/session/program.h"
 
 namespace nox::agent {
 
 class Session;
-
-/// A parameter: bytes, or nothing for null.
-using Argument = std::optional<std::string>;
 
 /// A subroutine that is running or has run.
 class Subroutine : public Program {
@@ -34,11 +31,13 @@ void checkSubroutine(Session& session, std::string_view name);
 std::unique_ptr<Subroutine> makeSubroutine(Session& session, std::string_view name,
                                            std::vector<Argument> arguments, bool mayPrompt);
 
-/// The value of a dictionary's expression for one record: `expression` sees `id` and `record`.
-/// Compiled once. Throws Failure IE/011 with the error's text.
+/// The value of a dictionary's expression for one record: it sees `id` and `record`, and of `nox`
+/// what works on texts. Compiled once. Throws Failure IE/011 with the error's text, also where it
+/// takes more than some million steps for a record.
 class Expression {
 public:
   virtual ~Expression() = default;
+  /// nil is empty, true and false are 1 and 0.
   virtual std::string evaluate(std::string_view id, std::string_view record) = 0;
 };
 std::unique_ptr<Expression> makeExpression(Session& session, std::string_view expression);

@@ -13,6 +13,7 @@
 #include <nox/nox.h>
 
 #include "agent/locks/lock_table.h"
+#include "agent/log/line_rate.h"
 #include "agent/session/program.h"
 #include "agent/session/settings.h"
 #include "agent/store/store.h"
@@ -64,6 +65,8 @@ public:
   Queries& queries() { return *queries_; }
 
   Settings& settings() { return settings_; }
+  /// Of the lines that the client has written to the log.
+  LineRate& clientLines() { return clientLines_; }
   /// Named commons, as subroutines set them.
   std::map<std::string, std::string>& commons() { return commons_; }
   /// The code that the last command left; 0 at first.
@@ -116,6 +119,7 @@ private:
   Right right_;
   LockOwner lockOwner_;
   Settings settings_;
+  LineRate clientLines_;
   std::map<std::string, std::string> commons_;
   int lastCommandCode_ = 0;
 
