@@ -96,10 +96,6 @@ void makeWhole(const std::string& file, const std::function<void(const Descripto
 
 }  // namespace
 
-Descriptor::~Descriptor() {
-  if (descriptor_ >= 0) close(descriptor_);
-}
-
 void failWithErrno(const std::string& what) {
   const int error = errno;
   throw AdminError(statusOfErrno(error), what + ": " + std::strerror(error));

@@ -6,28 +6,12 @@
 #include <cstdint>
 #include <string>
 #include <string_view>
-#include <utility>
+
+#include "agent/descriptor.h"
 
 namespace nox::agent {
 
 // All of them throw AdminError, which names the file and what the system said.
-
-/// A file descriptor that is closed.
-class Descriptor {
-public:
-  explicit Descriptor(int descriptor = -1) : descriptor_(descriptor) {}
-  ~Descriptor();
-  Descriptor(Descriptor&& other) noexcept : descriptor_(std::exchange(other.descriptor_, -1)) {}
-  Descriptor& operator=(Descriptor&& other) noexcept {
-    std::swap(descriptor_, other.descriptor_);
-    return *this;
-  }
-  int get() const { return descriptor_; }
-  explicit operator bool() const { return descriptor_ >= 0; }
-
-private:
-  int descriptor_;
-};
 
 [[noreturn]] void failWithErrno(const std::string& what);
 

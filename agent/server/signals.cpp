@@ -13,7 +13,7 @@
 #include <thread>
 #include <utility>
 
-#include "agent/server/socket.h"
+#include "agent/descriptor.h"
 
 namespace nox::agent {
 

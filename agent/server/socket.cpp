@@ -5,7 +5,6 @@
 #include <netinet/tcp.h>
 #include <sys/socket.h>
 #include <sys/time.h>
-#include <unistd.h>
 
 #include <array>
 #include <cerrno>
@@ -144,10 +143,6 @@ bool isClientsError(int error) {
 }
 
 }  // namespace
-
-Descriptor::~Descriptor() {
-  if (fd_ >= 0) close(fd_);
-}
 
 std::string Peer::text() const { return textOf(ListenAddress{address, port}); }
 

@@ -4,30 +4,11 @@
 #include <cstdint>
 #include <optional>
 #include <string>
-#include <utility>
 
 #include "agent/config/configuration.h"
+#include "agent/descriptor.h"
 
 namespace nox::agent {
-
-/// A file descriptor that is closed with its owner.
-class Descriptor {
-public:
-  Descriptor() = default;
-  explicit Descriptor(int fd) : fd_(fd) {}
-  Descriptor(Descriptor&& other) noexcept : fd_(std::exchange(other.fd_, -1)) {}
-  Descriptor& operator=(Descriptor&& other) noexcept {
-    std::swap(fd_, other.fd_);
-    return *this;
-  }
-  ~Descriptor();
-
-  int get() const { return fd_; }
-  explicit operator bool() const { return fd_ >= 0; }
-
-private:
-  int fd_ = -1;
-};
 
 /// The other end of a connection.
 struct Peer {

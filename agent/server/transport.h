@@ -5,8 +5,10 @@
 #include <cstddef>
 #include <memory>
 #include <optional>
+#include <string>
+#include <utility>
 
-#include "agent/server/socket.h"
+#include "agent/descriptor.h"
 
 namespace nox::agent {
 
