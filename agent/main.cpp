@@ -20,8 +20,7 @@ namespace {
 using namespace nox::agent;
 
 constexpr const char* kPasswordFile =
-    "Read the password from the first line of FILE, which only its owner may read. Without it, it "
-    "is asked for on a terminal, and else read from standard input";
+    "Take the password from FILE's first line, not from the terminal or standard input";
 
 /// What the command line said, and what is to be done about it.
 struct CommandLine {
@@ -37,7 +36,9 @@ struct CommandLine {
         ->option_text("FILE");
     app.add_flag("--check-config", checkOnly,
                  "Name every mistake in the configuration, and do nothing else");
-    app.footer("Without a subcommand it serves. noxd(8) and docs/agent.md say more.");
+    app.failure_message([](const CLI::App*, const CLI::Error& error) {
+      return std::string("noxd: ") + error.what() + "\nnoxd --help says what there is.\n";
+    });
     app.require_subcommand(0, 1);
     app.fallthrough();
 
@@ -46,6 +47,8 @@ struct CommandLine {
     addUsers();
     addAccounts();
     addData();
+    // Set last: subcommands made later would inherit it.
+    app.footer("Without a subcommand it serves. noxd(8) says more.");
   }
 
   void run() {
@@ -186,6 +189,9 @@ int runCommandLine(int argc, char** argv) {
     std::cout.flush();
     if (!std::cout) throw AdminError(ExitStatus::Failed, "standard output cannot be written");
     return statusNumber(ExitStatus::Ok);
+  } catch (const ConfigurationError& error) {
+    std::cerr << error.what() << '\n';  // a line per mistake, each with its file
+    return statusNumber(ExitStatus::Configuration);
   } catch (const std::exception& error) {
     std::cerr << "noxd: " << error.what() << '\n';
     const ExitStatus status = statusOf(error);
