@@ -119,12 +119,13 @@ LockOutcome DataAccess::lock(const RecordLock& record, LockKind kind,
                              const char* sqlSubClass) {
   LockTable& locks = session_.agent().locks;
   LockOutcome outcome = locks.acquire(session_.lockOwner(), record, kind, kNoWait);
-  if (outcome != LockOutcome::Locked || wait == kNoWait) return outcome;
+  if (outcome != LockOutcome::Locked) return outcome;
   // A file that is gone may have left locks behind; nobody needs to wait for them.
   const Code code{sqlClass, sqlSubClass};
   if (!inStore(code, [&] { return session_.store().hasFile(record.file.file); })) {
     failWithoutFile(record.file, code);
   }
+  if (wait == kNoWait) return outcome;
   outcome = locks.acquire(session_.lockOwner(), record, kind, wait);
   if (outcome == LockOutcome::Deadlock) {
     session_.transactions().giveUp();
@@ -180,13 +181,7 @@ DataAccess::Status DataAccess::read(std::string_view file, std::string_view id, 
   const LockOutcome outcome =
       lock(record, kind == kReadShared ? LockKind::Shared : LockKind::Update,
            waits ? session_.settings().lockWait : kNoWait, kRead.sqlClass, kRead.sqlSubClass);
-  if (outcome == LockOutcome::Locked) {
-    // What is locked may have gone with its file.
-    inStore(kRead, [&] {
-      if (!session_.store().hasFile(from.file)) failWithoutFile(from, kRead);
-    });
-    return Status::Locked;
-  }
+  if (outcome == LockOutcome::Locked) return Status::Locked;
   session_.transactions().claim(record);
   try {
     return readRecord();

@@ -1,8 +1,13 @@
 #include "tests/agent/support/agent_in_process.h"
 
+#include <gtest/gtest.h>
+
+#include <algorithm>
 #include <chrono>
 #include <stdexcept>
+#include <thread>
 #include <utility>
+#include <vector>
 
 #include "agent/agent_object_factory.h"
 #include "agent/failure.h"
@@ -26,7 +31,7 @@ struct AgentInProcess::Parts {
         metrics(dispatcher.names()),
         users(directory.file("users.db"), true),
         logins(users),
-        stores(makeSqliteEngine(directory.path(), options())),
+        stores(makeSqliteEngine(directory.file("accounts"), options())),
         branches(*stores, locks),
         agent{configuration, log, metrics, users, *stores, locks, branches, sessions, logins} {
     if (!stores->hasAccount("MAIN")) stores->createAccount("MAIN");
@@ -67,6 +72,19 @@ void AgentInProcess::restart() {
 }
 
 Agent& AgentInProcess::agent() { return parts_->agent; }
+
+void AgentInProcess::waitUntilSomebodyWaits() {
+  const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(30);
+  for (;;) {
+    const std::vector<HeldLock> held = agent().locks.list("MAIN");
+    if (std::any_of(held.begin(), held.end(),
+                    [](const HeldLock& lock) { return lock.waiting > 0; })) {
+      return;
+    }
+    ASSERT_LT(std::chrono::steady_clock::now(), deadline) << "nobody waits";
+    std::this_thread::yield();
+  }
+}
 
 std::unique_ptr<Session> AgentInProcess::newSession(Right right, const std::string& user,
                                                     const std::string& account) {

@@ -36,6 +36,8 @@ public:
   const TempDirectory& directory() const { return directory_; }
   std::unique_ptr<Session> newSession(Right right = Right::Admin, const std::string& user = "ann",
                                       const std::string& account = "MAIN");
+  /// Returns when somebody waits for a record of MAIN that another has locked.
+  void waitUntilSomebodyWaits();
   /// What is left when the agent is started anew. The sessions have ended, in whatever state.
   void restart();
 

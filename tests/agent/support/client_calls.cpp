@@ -11,6 +11,9 @@ using namespace noxp::remote;
 
 namespace {
 
+/// Bytes that go out as they are, whether they are UTF-8 or not.
+NOXPString raw(const char* bytes) { return NOXPString(bytes, true); }
+
 SQLExtError* errorIn(const Serializable& reply) {
   if (const auto* const error = dynamic_cast<const ErrorResponseProt*>(&reply)) {
     return error->getError();
@@ -114,27 +117,35 @@ std::string ClientCalls::close(const char* file) { return say(CloseFileRequestPr
 std::string ClientCalls::clear(const char* file) { return say(ClearFileRequestProt(file)); }
 
 std::string ClientCalls::read(const char* file, const char* id, int mode) {
-  return say(ReadRecordRequestProt(mode, file, id));
+  const NOXPString fileName = raw(file);
+  const NOXPString recordId = raw(id);
+  return say(ReadRecordRequestProt(mode, &fileName, &recordId));
 }
 
 std::string ClientCalls::write(const char* file, const char* id, std::string_view body, int mode) {
-  const NOXPString fileName(file);
-  const NOXPString recordId(id);
+  const NOXPString fileName = raw(file);
+  const NOXPString recordId = raw(id);
   const NOXPBlob record(body.data(), body.size());
   WriteRecordRequestProt request(mode, &fileName, &recordId, &record);
   return say(request);
 }
 
 std::string ClientCalls::remove(const char* file, const char* id) {
-  return say(DeleteRecordRequestProt(file, id));
+  const NOXPString fileName = raw(file);
+  const NOXPString recordId = raw(id);
+  return say(DeleteRecordRequestProt(&fileName, &recordId));
 }
 
 std::string ClientCalls::exists(const char* file, const char* id) {
-  return say(ExistsRecordRequestProt(file, id));
+  const NOXPString fileName = raw(file);
+  const NOXPString recordId = raw(id);
+  return say(ExistsRecordRequestProt(&fileName, &recordId));
 }
 
 std::string ClientCalls::release(int mode, const char* file, const char* id) {
-  return say(ReleaseRecordLockRequestProt(mode, file, id));
+  const NOXPString fileName = raw(file);
+  const NOXPString recordId = raw(id);
+  return say(ReleaseRecordLockRequestProt(mode, &fileName, &recordId));
 }
 
 std::string ClientCalls::common(const char* name) {
@@ -181,7 +192,7 @@ namespace {
 template <class Request>
 std::string sayBranch(ClientCalls& calls, const char* id, int format) {
   Request request;
-  const NOXPString name(id);
+  const NOXPString name = raw(id);
   request.getXid()->setTransactionId(&name);
   request.getXid()->setFormat(format);
   return calls.say(request);
