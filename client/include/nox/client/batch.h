@@ -6,6 +6,7 @@
 #pragma once
 
 #include <cstddef>
+#include <cstdint>
 #include <memory>
 #include <optional>
 #include <string_view>
@@ -51,19 +52,21 @@ public:
   std::size_t remove(std::string_view file, std::string_view id);
   std::size_t exists(std::string_view file, std::string_view id);
   std::size_t release(std::string_view file, std::string_view id);
-  /// A statement without parameters that answers no rows.
-  std::size_t update(std::string_view sql);
+  /// A prepared statement that answers no rows, with values of its own. The statement must live
+  /// until run() returns. Error 02001 when the number of values is wrong.
+  std::size_t update(Statement& statement, const std::vector<Value>& values);
 
+  /// Results that run() will give.
   std::size_t size() const;
   /// Bytes that are gathered.
   std::size_t bytes() const;
   void clear();
 
-  /// Sends everything and reads the answers, within one deadline of the connection's request
-  /// timeout per request at the least one; answers are read while requests are still being sent.
-  /// Throws only when nothing could be sent at all. When the connection is lost on the way, the
-  /// results say which requests were answered, which are Unknown and which were NotSent. The batch
-  /// is empty afterwards.
+  /// Sends everything and reads the answers, each within the connection's request timeout from the
+  /// one before it; answers are read while requests are still being sent. Throws only when the
+  /// connection is unusable before anything is sent. When it is lost on the way, the results say
+  /// which requests were answered, which are Unknown and which were NotSent. The batch is empty
+  /// afterwards.
   std::vector<Result> run();
 
 private:

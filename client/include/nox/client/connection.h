@@ -45,6 +45,9 @@ struct ServerInfo {
   std::string user;
 };
 
+/// How much a line for the server's log matters.
+enum class LogLevel { Debug = 4, Info = 8, Warning = 32, Error = 128 };
+
 /// What catalog() can list.
 enum class Catalog { Tables, Columns, PrimaryKeys, Indexes, Procedures, Types };
 
@@ -103,7 +106,9 @@ public:
   CommandResult execute(std::string_view command, const std::vector<std::string>& keys);
   /// For a command that may ask.
   Conversation converse(std::string_view command);
-  /// A SELECT, SSELECT or GET-LIST; a list without entries where it selects nothing.
+  /// A SELECT, SSELECT or GET-LIST; a list without entries where it selects nothing. The list ends
+  /// on the server when another command leaves one; until a command uses it up it is also the
+  /// session's active list.
   SelectList select(std::string_view command);
   /// A LIST, SORT, SELECT or SSELECT as rows.
   Listing listing(std::string_view query);
@@ -123,7 +128,7 @@ public:
   /// How many rows it changed. Error 07005 for a statement that answers rows.
   std::int64_t update(std::string_view text, const std::vector<Value>& values = {});
   Statement prepare(std::string_view text);
-  /// `patterns`: LIKE patterns for the names, outermost first.
+  /// `patterns`: LIKE patterns for the names, outermost first. The rows end with the next call.
   Rows catalog(Catalog what, const std::vector<std::string>& patterns = {});
 
   // Transactions.
@@ -156,7 +161,7 @@ public:
   /// The time that a small echo takes.
   std::chrono::nanoseconds ping();
   /// A line for the server's log.
-  void log(std::string_view line, int level = 0);
+  void log(std::string_view line, LogLevel level = LogLevel::Info);
   /// The text that a monitoring command gives: one item per line, fields separated by tabs, the
   /// first line the heading. Error 42000 with the server's words where it answers "error: ...".
   std::string monitor(std::string_view command);

@@ -57,7 +57,7 @@ struct NOX_CLIENT_EXPORT Options {
   std::string account;
   std::string password;
   /// Its first line is the password, where `password` is empty. Refused unless it is a plain file
-  /// that belongs to the user who runs this process, or to root, and nobody else may read it.
+  /// of the user who runs this process, with no permission for anybody else (0600).
   std::string passwordFile;
 
   Tls tls = Tls::VerifyFull;

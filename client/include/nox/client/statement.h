@@ -168,6 +168,7 @@ public:
   int id() const;
 
 private:
+  friend class Batch;
   friend class Connection;
   struct State;
   explicit Statement(std::unique_ptr<State> state);

@@ -1,6 +1,8 @@
 // Value: what is bound to an SQL statement, and what a subroutine is given and gives back.
 #pragma once
 
+#include <cstddef>
+#include <cstdint>
 #include <string>
 #include <string_view>
 #include <type_traits>
@@ -12,10 +14,11 @@ namespace nox::client {
 
 class Record;
 
-/// Null, text (UTF-8) or bytes. A plain value: threads may use different ones freely.
+/// Null, text (UTF-8), a number or bytes; numbers are kept as text. A plain value: threads may use
+/// different ones freely.
 class NOX_CLIENT_EXPORT Value {
 public:
-  enum class Kind { Null, Text, Bytes };
+  enum class Kind { Null, Text, Integer, Real, Bytes };
 
   Value() = default;
   Value(std::nullptr_t) {}
@@ -27,16 +30,21 @@ public:
   Value(const Record& record);
   /// In decimal, whatever the locale.
   template <class Number, class = std::enable_if_t<std::is_integral_v<Number>>>
-  Value(Number number) : kind_(Kind::Text), bytes_(std::to_string(number)) {}
-  /// The shortest text that reads back as the same number, whatever the locale.
+  Value(Number number) : kind_(Kind::Integer), bytes_(std::to_string(number)) {}
+  /// The shortest text that reads back as the same number, whatever the locale. Error 22023 for
+  /// what is not finite.
   Value(double number);
   static Value bytes(std::string bytes);
 
   Kind kind() const { return kind_; }
   bool isNull() const { return kind_ == Kind::Null; }
-  /// The text or the bytes; empty for null.
+  /// The text, the number in decimal, or the bytes; empty for null.
   const std::string& text() const& { return bytes_; }
   std::string text() && { return std::move(bytes_); }
+
+  /// The number, whatever the kind. Error 22002 for null, 22018 where the text is none.
+  std::int64_t int64() const;
+  double real() const;
 
   friend bool operator==(const Value& a, const Value& b) {
     return a.kind_ == b.kind_ && a.bytes_ == b.bytes_;

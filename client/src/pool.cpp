@@ -1,0 +1,198 @@
+#include "nox/client/pool.h"
+
+#include <algorithm>
+#include <condition_variable>
+#include <mutex>
+#include <optional>
+#include <utility>
+#include <vector>
+
+#include "client/src/deadline.h"
+#include "client/src/link.h"
+
+namespace nox::client {
+
+namespace {
+
+using Clock = std::chrono::steady_clock;
+using detail::Deadline;
+
+}  // namespace
+
+struct Pool::State {
+  struct Idle {
+    std::unique_ptr<Connection> connection;
+    Clock::time_point born;
+    Clock::time_point since;
+  };
+
+  State(Options connecting, PoolOptions limits) : options(std::move(connecting)), pool(limits) {
+    idle.reserve(pool.size);  // giving back needs no memory
+  }
+
+  const Options options;
+  const PoolOptions pool;
+
+  std::mutex mutex;
+  std::condition_variable freed;
+  std::vector<Idle> idle;  // the one that came back last at the end
+  PoolStatistics statistics;
+  bool isOver = false;
+
+  bool isTooOld(Clock::time_point born, Clock::time_point now) const {
+    return pool.maxLife.count() > 0 && now - born >= pool.maxLife;
+  }
+  std::vector<Idle> takeStale(Clock::time_point now);
+  std::optional<Idle> takeIdle();
+};
+
+/// Takes the connections out that nobody wanted for too long. Call with the mutex held, and let
+/// them go without it.
+std::vector<Pool::State::Idle> Pool::State::takeStale(Clock::time_point now) {
+  const auto isStale = [&](const Idle& one) {
+    return (pool.idle.count() > 0 && now - one.since >= pool.idle) || isTooOld(one.born, now);
+  };
+  const auto stale = std::stable_partition(idle.begin(), idle.end(),
+                                           [&](const Idle& one) { return !isStale(one); });
+  std::vector<Idle> taken(std::make_move_iterator(stale), std::make_move_iterator(idle.end()));
+  idle.erase(stale, idle.end());
+  statistics.open -= taken.size();
+  statistics.discarded += taken.size();
+  return taken;
+}
+
+/// Call with the mutex held.
+std::optional<Pool::State::Idle> Pool::State::takeIdle() {
+  if (idle.empty()) return std::nullopt;
+  Idle taken = std::move(idle.back());
+  idle.pop_back();
+  return taken;
+}
+
+Pool::Pool(Options options, PoolOptions pool)
+    : state_(std::make_shared<State>(std::move(options), pool)) {}
+
+Pool::Pool(std::string_view uri, PoolOptions pool) : Pool(Options::fromUri(uri), pool) {}
+
+Pool::~Pool() {
+  std::vector<State::Idle> idle;
+  const std::lock_guard<std::mutex> lock(state_->mutex);
+  state_->isOver = true;
+  idle.swap(state_->idle);
+  state_->statistics.open -= idle.size();
+}
+
+Pool::Lease Pool::acquire() { return acquire(state_->pool.acquireTimeout); }
+
+Pool::Lease Pool::acquire(std::chrono::milliseconds timeout) {
+  const Deadline deadline = Deadline::in(timeout);
+  std::vector<State::Idle> stale;  // closed once the lock is free
+  std::unique_lock<std::mutex> lock(state_->mutex);
+  for (;;) {
+    for (State::Idle& one : state_->takeStale(Clock::now())) stale.push_back(std::move(one));
+    if (std::optional<State::Idle> idle = state_->takeIdle()) {
+      ++state_->statistics.taken;
+      lock.unlock();
+      if (idle->connection->isAlive()) {
+        return Lease(state_, std::move(idle->connection), idle->born);
+      }
+      idle.reset();
+      lock.lock();
+      --state_->statistics.taken;
+      --state_->statistics.open;
+      ++state_->statistics.discarded;
+      continue;
+    }
+    if (state_->statistics.open < state_->pool.size) break;
+    ++state_->statistics.waiting;
+    const auto mayGoOn = [this] {
+      return !state_->idle.empty() || state_->statistics.open < state_->pool.size;
+    };
+    bool came = true;
+    if (deadline.isNever()) {
+      state_->freed.wait(lock, mayGoOn);
+    } else {
+      came = state_->freed.wait_until(lock, *deadline.at(), mayGoOn);
+    }
+    --state_->statistics.waiting;
+    if (!came) {
+      throw Error(sqlstate::kPoolExhausted,
+                  "all " + std::to_string(state_->pool.size) + " connections of the pool are taken",
+                  Outcome::NotSent);
+    }
+  }
+
+  // A place of one's own: the connection is made without holding up the others.
+  ++state_->statistics.open;
+  ++state_->statistics.taken;
+  lock.unlock();
+  try {
+    Options options = state_->options;
+    if (!deadline.isNever()) {
+      const std::chrono::milliseconds left(std::max(deadline.pollTimeout(), 1));
+      const bool isLonger = options.connectTimeout.count() == 0 || options.connectTimeout > left;
+      if (isLonger) options.connectTimeout = left;
+    }
+    auto connection = std::make_unique<Connection>(Connection::open(options));
+    lock.lock();
+    ++state_->statistics.opened;
+    lock.unlock();
+    return Lease(state_, std::move(connection), Clock::now());
+  } catch (...) {
+    if (!lock.owns_lock()) lock.lock();
+    --state_->statistics.open;
+    --state_->statistics.taken;
+    state_->freed.notify_one();
+    throw;
+  }
+}
+
+PoolStatistics Pool::statistics() const {
+  const std::lock_guard<std::mutex> lock(state_->mutex);
+  return state_->statistics;
+}
+
+Pool::Lease::Lease(std::shared_ptr<State> pool, std::unique_ptr<Connection> connection,
+                   Clock::time_point born)
+    : pool_(std::move(pool)), connection_(std::move(connection)), born_(born) {}
+
+Pool::Lease::Lease(Lease&& other) noexcept = default;
+
+Pool::Lease& Pool::Lease::operator=(Lease&& other) noexcept {
+  std::swap(pool_, other.pool_);
+  std::swap(connection_, other.connection_);
+  std::swap(born_, other.born_);
+  return *this;
+}
+
+Pool::Lease::~Lease() { giveBack(); }
+
+void Pool::Lease::discard() {
+  if (!connection_) return;
+  connection_->close();
+  giveBack();
+}
+
+void Pool::Lease::giveBack() noexcept {
+  if (!connection_) return;
+  std::unique_ptr<Connection> connection = std::move(connection_);
+  const std::shared_ptr<State> pool = std::move(pool_);
+  // What was made from it and still lives would share it with its next user.
+  const bool isShared = connection->link_.use_count() > 1;
+  const Clock::time_point now = Clock::now();
+  if (isShared || pool->isTooOld(born_, now) || !connection->link_->renew(pool->options)) {
+    connection->close();
+    connection.reset();
+  }
+  const std::lock_guard<std::mutex> lock(pool->mutex);
+  --pool->statistics.taken;
+  if (connection && !pool->isOver) {
+    pool->idle.push_back({std::move(connection), born_, now});
+  } else {
+    --pool->statistics.open;
+    ++pool->statistics.discarded;
+  }
+  pool->freed.notify_one();
+}
+
+}  // namespace nox::client
