@@ -35,9 +35,7 @@ ConfigurationValues configurationOf(const Locations& locations, bool forServing)
   const std::string file = configurationFile(locations);
   ConfigurationValues values =
       file.empty() ? ConfigurationValues{} : readConfiguration(file, forServing);
-  if (!locations.dataDirectory.empty()) {
-    values.dataDirectory = std::filesystem::absolute(locations.dataDirectory).string();
-  }
+  if (!locations.dataDirectory.empty()) values.dataDirectory = locations.dataDirectory;
   return values;
 }
 

@@ -52,7 +52,7 @@ void throwAsFailure(const StoreError& error, const char* sqlClass, const char* s
       throw Failure("IE", "024", "another session keeps writing", status);
     case StoreError::Kind::RolledBack:
       throw Failure("40", "000", error.what(), status);
-    case StoreError::Kind::NotAllowed:
+    case StoreError::Kind::NotInBranch:
       throw Failure("0A", "000", error.what(), status);
     case StoreError::Kind::Interrupted:
       throw Failure(sqlClass, sqlSubClass, "the request took too long, or was ended", status);

@@ -82,7 +82,7 @@ private:
 };
 
 /// What a store's failure is to a client whose request fails with the given code: Busy is IE/024,
-/// RolledBack 40/000, NotAllowed 0A/000, Interrupted the given code for a request that took too
+/// RolledBack 40/000, NotInBranch 0A/000, Interrupted the given code for a request that took too
 /// long, the rest the given code with the store's reason, each with the engine's status.
 [[noreturn]] void throwAsFailure(const StoreError& error, const char* sqlClass,
                                  const char* sqlSubClass);

@@ -37,7 +37,7 @@ public:
     Duplicate,    // a key, or another constraint
     NotANumber,   // text where the column holds numbers
     NotAllowed,   // this is not written, or not asked, through SQL
-    NotInBranch,  // what the changes of a branch cannot hold: definitions of tables
+    NotInBranch,  // what the changes of a branch cannot hold: definitions of files and tables
     Interrupted,  // by interrupt() or the deadline
     RolledBack,   // the store gave the transaction up
     Conflict,     // a branch's changes no longer fit the store
@@ -241,7 +241,7 @@ public:
   virtual void rollbackToMark() = 0;
 
   // Branches. Between the two calls the session is in a transaction whose changes are recorded;
-  // tables may not be defined (NotAllowed).
+  // tables may not be defined (NotInBranch).
   virtual void beginBranch() = 0;
   /// Takes the changes out of the store: nobody sees them until the branch is committed.
   virtual std::unique_ptr<StoreBranch> endBranch(const BranchId& id) = 0;

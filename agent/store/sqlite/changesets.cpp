@@ -238,12 +238,12 @@ ChangeRecorder::Table ChangeRecorder::describe(const std::string& table) {
 
 void ChangeRecorder::check() {
   if (!obstacle_.empty()) {
-    throw StoreError(StoreError::Kind::NotAllowed, std::exchange(obstacle_, {}));
+    throw StoreError(StoreError::Kind::NotInBranch, std::exchange(obstacle_, {}));
   }
   const SqliteConnection::OwnSql own(connection_);
   for (const auto& [name, table] : tables_) {
     if (!table.nullKeys.empty() && connection_.prepare(table.nullKeys).step()) {
-      throw StoreError(StoreError::Kind::NotAllowed,
+      throw StoreError(StoreError::Kind::NotInBranch,
                        "a branch cannot add rows without a key to " + name);
     }
   }

@@ -21,7 +21,7 @@ public:
   ChangeRecorder(const ChangeRecorder&) = delete;
   ChangeRecorder& operator=(const ChangeRecorder&) = delete;
 
-  /// After each statement of a client: throws StoreError NotAllowed when it changed rows that have
+  /// After each statement of a client: throws StoreError NotInBranch when it changed rows that have
   /// no key. What it did must be undone then.
   void check();
   /// Everything that is different from when the recording began.

@@ -33,16 +33,15 @@ struct ConnectionOptions {
   SqlConversion conversion;
 };
 
-/// What the SQL side keeps with a connection (views that were made, functions' state); ends with
-/// it.
+/// What the SQL side keeps with a connection; ends with it.
 class SqlConnectionState {
 public:
   virtual ~SqlConnectionState() = default;
 };
 
 // The seams to the SQL side (sqlite_sql.cpp).
-/// Called once for each new connection: defines the functions that views over files use.
-void defineSqlFunctions(SqliteConnection& connection, const SqlConversion& conversion);
+/// Called once for each new connection: makes it ready for the statements of clients.
+void prepareForClientSql(SqliteConnection& connection, const SqlConversion& conversion);
 /// Whether a client's statement may do this; arguments and result as SQLite's authorizer has them.
 /// Definitions of tables inside a branch are refused before it is asked.
 int authorizeClientSql(SqliteConnection& connection, int action, const char* first,

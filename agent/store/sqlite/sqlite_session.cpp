@@ -135,7 +135,7 @@ bool SqliteSession::hasFile(const std::string& file) {
 
 bool SqliteSession::createFile(const std::string& file) {
   if (inBranch_) {
-    throw StoreError(StoreError::Kind::NotAllowed, "files cannot be made in a branch");
+    throw StoreError(StoreError::Kind::NotInBranch, "files cannot be made in a branch");
   }
   bool made = false;
   change(StoreChange::Compound,
@@ -145,7 +145,7 @@ bool SqliteSession::createFile(const std::string& file) {
 
 bool SqliteSession::deleteFile(const std::string& file) {
   if (inBranch_) {
-    throw StoreError(StoreError::Kind::NotAllowed, "files cannot be deleted in a branch");
+    throw StoreError(StoreError::Kind::NotInBranch, "files cannot be deleted in a branch");
   }
   bool deleted = false;
   change(StoreChange::Compound,
@@ -240,6 +240,7 @@ void SqliteSession::commit() {
     throw StoreError(StoreError::Kind::RolledBack, "the store has rolled the transaction back");
   }
   if (writing_) {
+    endQueries();
     // Once begun, a commit ends by itself.
     writing_->setControl(nullptr);
     try {
@@ -288,7 +289,17 @@ void SqliteSession::rollbackToMark() {
   }
 }
 
+void SqliteSession::leave(Query& query) noexcept {
+  queries_.erase(std::remove(queries_.begin(), queries_.end(), &query), queries_.end());
+}
+
+void SqliteSession::endQueries() noexcept {
+  const std::vector<Query*> ended = std::exchange(queries_, {});
+  for (Query* const query : ended) query->endWithTransaction();
+}
+
 void SqliteSession::stopWriting() noexcept {
+  endQueries();
   detachCursors();
   recorder_.reset();
   if (writing_) {

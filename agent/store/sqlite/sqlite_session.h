@@ -69,6 +69,16 @@ public:
   ConnectionLease readConnection();
   bool isInBranch() const { return inBranch_; }
 
+  /// A query that was executed in the open transaction, which it does not outlive: it is told
+  /// before the transaction ends, and has left then.
+  class Query {
+  public:
+    virtual ~Query() = default;
+    virtual void endWithTransaction() noexcept = 0;
+  };
+  void join(Query& query) { queries_.push_back(&query); }
+  void leave(Query& query) noexcept;
+
   /// One change that the session makes itself: a part of the open transaction, which it begins in
   /// the engine where nothing was written before, or a transaction of its own. What was done within
   /// is undone unless `finish` is called.
@@ -81,7 +91,7 @@ public:
     Write& operator=(const Write&) = delete;
     SqliteConnection& connection() const { return *lease_; }
     /// Commits the change where it is a transaction of its own; statements that write must have
-    /// given their last row. Throws NotAllowed for rows that a branch cannot record.
+    /// given their last row. Throws NotInBranch for rows that a branch cannot record.
     void finish();
 
   private:
@@ -115,6 +125,7 @@ private:
   void addCursor(ScanCursor& cursor) { cursors_.push_back(&cursor); }
   void removeCursor(ScanCursor& cursor);
   void detachCursors() noexcept;
+  void endQueries() noexcept;
 
   /// Rolls back in the engine, and frees the connection and the writer's place.
   void stopWriting() noexcept;
@@ -135,6 +146,7 @@ private:
   std::int64_t changesBefore_ = 0;
   std::unique_ptr<ChangeRecorder> recorder_;
   std::vector<ScanCursor*> cursors_;
+  std::vector<Query*> queries_;
 };
 
 }  // namespace nox::agent
