@@ -2,6 +2,8 @@
 
 #include <iostream>
 #include <optional>
+#include <stdexcept>
+#include <string_view>
 #include <utility>
 
 #include "agent/admin/backup.h"
@@ -10,6 +12,7 @@
 #include "agent/admin/passwords.h"
 #include "agent/admin/stores.h"
 #include "agent/names.h"
+#include "agent/server/tls.h"
 #include "agent/users/users.h"
 
 namespace nox::agent {
@@ -46,6 +49,16 @@ Grant parseGrant(const std::string& text) {
 void requireAccount(const DataDirectory& directory, const std::string& account) {
   if (isFileName(account) && openStores(directory, true)->hasAccount(account)) return;
   fail("there is no account \"" + account + "\"; nothing was changed");
+}
+
+/// As serving would: a key may be there and belong to another certificate.
+void readCertificate(const ConfigurationValues& values) {
+  try {
+    const TlsContext context(
+        values.tls, [](std::string_view warning) { std::cerr << "warning: " << warning << '\n'; });
+  } catch (const std::runtime_error& error) {
+    throw AdminError(ExitStatus::Configuration, error.what());
+  }
 }
 
 [[noreturn]] void noUser(const std::string& user) { fail("there is no user \"" + user + "\""); }
@@ -152,7 +165,8 @@ void checkConfiguration(const Locations& locations) {
     std::cout << "there is no configuration file, and the defaults hold\n";
     return;
   }
-  readConfiguration(file);
+  const ConfigurationValues values = readConfiguration(file);
+  if (values.tls.enabled) readCertificate(values);
   std::cout << file << " is sound\n";
 }
 

@@ -4,6 +4,7 @@
 #include <system_error>
 
 #include "agent/config/configuration.h"
+#include "agent/server/server.h"
 #include "agent/store/store.h"
 
 namespace nox::agent {
@@ -48,6 +49,7 @@ ExitStatus statusOf(const std::exception& error) {
   if (dynamic_cast<const ConfigurationError*>(&error) != nullptr) {
     return ExitStatus::Configuration;
   }
+  if (dynamic_cast<const ListenError*>(&error) != nullptr) return ExitStatus::NoAddress;
   if (const auto* system = dynamic_cast<const std::system_error*>(&error)) {
     return statusOfErrno(system->code().value());
   }

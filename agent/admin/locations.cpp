@@ -35,7 +35,9 @@ ConfigurationValues configurationOf(const Locations& locations, bool forServing)
   const std::string file = configurationFile(locations);
   ConfigurationValues values =
       file.empty() ? ConfigurationValues{} : readConfiguration(file, forServing);
-  if (!locations.dataDirectory.empty()) values.dataDirectory = locations.dataDirectory;
+  if (!locations.dataDirectory.empty()) {
+    values.dataDirectory = std::filesystem::absolute(locations.dataDirectory).string();
+  }
   return values;
 }
 

@@ -4,9 +4,14 @@
 
 #include <algorithm>
 #include <memory>
+#include <sstream>
+#include <stdexcept>
+#include <string>
+#include <system_error>
 #include <utility>
 
 #include "agent/admin/data_directory.h"
+#include "agent/admin/exit_status.h"
 #include "agent/admin/service_manager.h"
 #include "agent/admin/stores.h"
 #include "agent/locks/lock_table.h"
@@ -57,26 +62,30 @@ void reloadConfiguration(const Locations& locations, Configuration& configuratio
     }
   } catch (const ConfigurationError& error) {
     log.error("the configuration stays as it was:");
-    for (const ConfigurationMistake& mistake : error.mistakes()) {
-      log.error("line " + std::to_string(mistake.line) + ": " + mistake.text);
-    }
+    std::istringstream mistakes(error.what());
+    for (std::string line; std::getline(mistakes, line);) log.error(line);
   } catch (const std::exception& error) {
     log.error(std::string("the configuration stays as it was: ") + error.what());
   }
 }
 
-}  // namespace
+/// What goes wrong here without a class of its own is about the certificate.
+void open(Server& server) {
+  try {
+    server.open();
+  } catch (const ListenError&) {
+    throw;
+  } catch (const std::system_error&) {
+    throw;
+  } catch (const std::runtime_error& error) {
+    throw AdminError(ExitStatus::Configuration, error.what());
+  }
+}
 
-void serve(const ServeOptions& options) {
-  // Before any thread, which would get the signals otherwise.
-  auto signals = std::make_unique<Signals>();
-  Configuration configuration(configurationOf(options.locations, true));
+/// Everything after the log is there.
+void serve(const ServeOptions& options, std::unique_ptr<Signals> signals,
+           Configuration& configuration, const DataDirectory& directory, Log& log) {
   const std::shared_ptr<const ConfigurationValues> values = configuration.values();
-  const DataDirectory directory(values->dataDirectory);
-  directory.require();
-  const DirectoryLock lock(directory);
-
-  Log log(values->logFile, levelOf(*values));
   log.info(std::string("noxd ") + version() + " starts; data directory " + directory.path());
   for (const std::string& mistake : directory.permissionMistakes()) log.warning(mistake);
   raiseDescriptorLimit(*values, log);
@@ -94,34 +103,53 @@ void serve(const ServeOptions& options) {
   Agent agent{configuration, log, metrics, users, *stores, locks, branches, sessions, logins};
 
   Server server(agent, dispatcher);
-  server.open();
+  open(server);
   if (!options.portsFile.empty()) server.writePorts(options.portsFile);
-  {
-    // Ends before what its handlers use.
-    const std::unique_ptr<Signals> watching = std::move(signals);
-    Signals::Handlers handlers;
-    handlers.terminate = [&] {
-      log.info("SIGTERM: no new clients; running requests finish");
-      notifyServiceManager("STOPPING=1");
-      server.drain();
-    };
-    handlers.interrupt = [&] {
-      log.info("SIGINT: stops");
-      notifyServiceManager("STOPPING=1");
-      server.stop();
-    };
-    handlers.hangUp = [&] {
-      notifyServiceManager(reloadingNotice());
-      log.reopen();
-      reloadConfiguration(options.locations, configuration, log);
-      server.reload();
-      notifyServiceManager("READY=1");
-    };
-    watching->watch(std::move(handlers));
+
+  // Made last, so that it ends before what its handlers use.
+  const std::unique_ptr<Signals> watching = std::move(signals);
+  Signals::Handlers handlers;
+  handlers.terminate = [&] {
+    log.info("SIGTERM: no new clients; running requests finish");
+    notifyServiceManager("STOPPING=1");
+    server.drain();
+  };
+  handlers.interrupt = [&] {
+    log.info("SIGINT: stops");
+    notifyServiceManager("STOPPING=1");
+    server.stop();
+  };
+  handlers.hangUp = [&] {
+    notifyServiceManager(reloadingNotice());
+    log.reopen();
+    reloadConfiguration(options.locations, configuration, log);
+    server.reload();
     notifyServiceManager("READY=1");
-    server.run();
+  };
+  watching->watch(std::move(handlers));
+  notifyServiceManager("READY=1");
+  server.run();
+}
+
+}  // namespace
+
+void serve(const ServeOptions& options) {
+  // Before any thread, which would get the signals otherwise.
+  auto signals = std::make_unique<Signals>();
+  Configuration configuration(configurationOf(options.locations, true));
+  const std::shared_ptr<const ConfigurationValues> values = configuration.values();
+  const DataDirectory directory(values->dataDirectory);
+  directory.require();
+  const DirectoryLock lock(directory);
+  Log log(values->logFile, levelOf(*values));
+  try {
+    serve(options, std::move(signals), configuration, directory, log);
+    log.info("noxd ends");
+  } catch (const std::exception& error) {
+    // Standard error hears of it from main().
+    if (!values->logFile.empty()) log.error(error.what());
+    throw;
   }
-  log.info("noxd ends");
 }
 
 }  // namespace nox::agent

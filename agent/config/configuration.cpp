@@ -260,10 +260,7 @@ private:
   std::string read(const PathKey& key, const toml::node& node) {
     std::string value;
     const std::string wrong = readText(node, value);
-    if (wrong.empty()) {
-      key.value(values_) =
-          value.empty() ? value : (folder_ / fs::path(value)).lexically_normal().string();
-    }
+    if (wrong.empty()) key.value(values_) = value.empty() ? value : whole(value);
     return wrong;
   }
 
@@ -273,6 +270,13 @@ private:
     if (!wrong.empty()) return wrong;
     if (auto address = parseAddress(value, wrong)) key.value(values_) = std::move(*address);
     return wrong;
+  }
+
+  /// The path as it is without the folder of the file, and without what means nothing.
+  std::string whole(const std::string& path) const {
+    std::string text = (folder_ / fs::path(path)).lexically_normal().string();
+    if (text.size() > 1 && text.back() == '/') text.pop_back();
+    return text;
   }
 
   static std::string readText(const toml::node& node, std::string& value) {

@@ -3,12 +3,19 @@
 
 #include <cstdint>
 #include <memory>
+#include <stdexcept>
 #include <string>
 
 namespace nox::agent {
 
 class Dispatcher;
 struct Agent;
+
+/// A port that is taken, or an address that is none of this machine's. Thrown by value.
+class ListenError : public std::runtime_error {
+public:
+  using std::runtime_error::runtime_error;
+};
 
 /// Listens where the configuration says so, in plain text, over TLS, or both. `drain`, `stop` and
 /// `reload` may be called from any thread, also more than once, but from no signal handler.
@@ -21,9 +28,8 @@ public:
   Server(const Server&) = delete;
   Server& operator=(const Server&) = delete;
 
-  /// Reads the certificate and binds the ports; the log says where. Throws std::runtime_error that
-  /// names what is wrong: a port that is taken, an address that is none of this machine's, a
-  /// certificate that cannot be used.
+  /// Reads the certificate and binds the ports; the log says where. Throws ListenError, and
+  /// std::runtime_error that names what is wrong with a certificate that cannot be used.
   void open();
   // The ports that `open` bound, which port 0 leaves to the system; 0 where nothing listens.
   std::uint16_t plainPort() const;

@@ -13,6 +13,7 @@
 #include <string_view>
 #include <system_error>
 
+#include "agent/server/server.h"
 #include "agent/server/transport.h"
 
 namespace nox::agent {
@@ -99,8 +100,8 @@ std::unique_ptr<addrinfo, AddressList> resolve(const ListenAddress& address) {
   const int error =
       getaddrinfo(address.host.c_str(), std::to_string(address.port).c_str(), &hints, &list);
   if (error != 0) {
-    throw std::runtime_error("cannot listen on " + textOf(address) + ": " +
-                             (error == EAI_SYSTEM ? reasonOf(errno) : gai_strerror(error)));
+    throw ListenError("cannot listen on " + textOf(address) + ": " +
+                      (error == EAI_SYSTEM ? reasonOf(errno) : gai_strerror(error)));
   }
   return std::unique_ptr<addrinfo, AddressList>(list);
 }
@@ -154,7 +155,7 @@ Listener::Listener(const ListenAddress& address) {
     if (!socket_) error = errno;
   }
   if (!socket_) {
-    throw std::runtime_error("cannot listen on " + textOf(address) + ": " + reasonOf(error));
+    throw ListenError("cannot listen on " + textOf(address) + ": " + reasonOf(error));
   }
   where_ = ownAddress(socket_.get());
 }

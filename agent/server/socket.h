@@ -27,8 +27,8 @@ struct AcceptedSocket {
 
 class Listener {
 public:
-  /// Binds the first address of the host that can be bound. Throws std::runtime_error with the
-  /// address and the reason.
+  /// Binds the first address of the host that can be bound. Throws ListenError with the address
+  /// and the reason.
   explicit Listener(const ListenAddress& address);
 
   int descriptor() const { return socket_.get(); }

@@ -144,7 +144,7 @@ TEST(Configuration, StartsRelativePathsAtTheFolderOfTheFile) {
   const ConfigurationValues values = parse(
       "[server]\ndata_directory = \".\"\n[tls]\nenabled = true\ncertificate = \"tls/c.pem\"\n"
       "key = \"../k.pem\"\n");
-  EXPECT_EQ(values.dataDirectory, "/etc/noxd/");
+  EXPECT_EQ(values.dataDirectory, "/etc/noxd");
   EXPECT_EQ(values.tls.certificate, "/etc/noxd/tls/c.pem");
   EXPECT_EQ(values.tls.key, "/etc/k.pem");
 }
