@@ -2,6 +2,8 @@
 
 #include <sys/resource.h>
 
+#include <nox/nox.h>
+
 #include <algorithm>
 #include <memory>
 #include <sstream>
@@ -134,6 +136,9 @@ void serve(const ServeOptions& options, std::unique_ptr<Signals> signals,
 }  // namespace
 
 void serve(const ServeOptions& options) {
+  // What the library converts is UTF-8, whatever the locale says: descriptions of columns, say.
+  std::string codePage = "UTF-8";
+  NOXPString::changeCodePage(codePage);
   // Before any thread, which would get the signals otherwise.
   auto signals = std::make_unique<Signals>();
   Configuration configuration(configurationOf(options.locations, true));

@@ -1,11 +1,8 @@
 #include "agent/admin/stores.h"
 
-#include <string>
-#include <string_view>
 #include <utility>
 
-#include "agent/conversions/conversions.h"
-#include "agent/failure.h"
+#include "agent/sql/sql_conversions.h"
 #include "agent/store/sqlite/sqlite_engine.h"
 
 namespace nox::agent {
@@ -13,13 +10,7 @@ namespace nox::agent {
 std::unique_ptr<StoreEngine> openStores(const DataDirectory& directory, bool synchronousFull) {
   SqliteOptions options;
   options.synchronousFull = synchronousFull;
-  options.conversion = [](std::string_view value, std::string_view code) {
-    try {
-      return convert(value, code, Direction::Output);
-    } catch (const Failure&) {
-      return std::string(value);
-    }
-  };
+  options.conversions = sqlConversions;
   return makeSqliteEngine(directory.accounts(), std::move(options));
 }
 

@@ -272,9 +272,12 @@ public:
   virtual StoreStatistics statistics() = 0;
 };
 
-/// Turns a stored value into what a reader of SQL sees (output) and back; how the store's SQL
-/// functions reach the agent's conversions. A value that cannot be converted stays as it is.
-using SqlConversion = std::function<std::string(std::string_view value, std::string_view code)>;
+/// Turns a stored value into what a reader of SQL sees. A value that cannot be converted stays as it
+/// is. Safe for threads.
+using SqlConversion = std::function<std::string(std::string_view value)>;
+/// Makes the conversion of the codes that a dictionary names; an empty one for codes that are
+/// unknown. How the store reaches the agent's conversions.
+using SqlConversions = std::function<SqlConversion(std::string_view codes)>;
 
 class StoreEngine {
 public:

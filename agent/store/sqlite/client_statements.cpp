@@ -76,8 +76,8 @@ void ClientStatement::Finalize::operator()(sqlite3_stmt* statement) const noexce
   sqlite3_finalize(statement);
 }
 
-ClientStatements::ClientStatements(SqliteConnection& connection, SqlConversion conversion)
-    : connection_(connection), conversion_(std::move(conversion)) {}
+ClientStatements::ClientStatements(SqliteConnection& connection, SqlConversions conversions)
+    : connection_(connection), conversions_(std::move(conversions)) {}
 
 ClientStatements& ClientStatements::of(SqliteConnection& connection) {
   return static_cast<ClientStatements&>(*connection.sqlState());
@@ -307,7 +307,7 @@ void ClientStatements::registerTable(std::shared_ptr<const FileTable> table, con
     fileTables_.clear();
   }
   const std::string name = lower(table->name);
-  registerFileTable(connection_, table, conversion_);
+  registerFileTable(connection_, table, conversions_);
   fileTables_[name] = {std::move(table), checked};
 }
 

@@ -37,7 +37,7 @@ public:
   static constexpr std::size_t kMostKept = 32;
   static constexpr std::size_t kMostFileTables = 256;
 
-  ClientStatements(SqliteConnection& connection, SqlConversion conversion);
+  ClientStatements(SqliteConnection& connection, SqlConversions conversions);
   static ClientStatements& of(SqliteConnection& connection);
 
   /// Ready to be bound: one that was kept, if nothing that it names has changed, or a new one.
@@ -106,7 +106,7 @@ private:
   void requireNewNames(const std::string& sql);
 
   SqliteConnection& connection_;
-  const SqlConversion conversion_;
+  const SqlConversions conversions_;
   std::list<std::unique_ptr<ClientStatement>> kept_;        // the last used first
   std::unordered_map<std::string, Registered> fileTables_;  // by name in small letters
 

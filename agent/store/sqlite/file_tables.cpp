@@ -39,8 +39,8 @@ constexpr double kCostOfAll = 1'000'000;
 /// What a module keeps: the table, and who reads it.
 struct Module {
   SqliteConnection& connection;
-  std::shared_ptr<const FileTable> table;
-  const SqlConversion conversion;
+  const std::shared_ptr<const FileTable> table;
+  const std::vector<SqlConversion> conversions;  // of the table's columns; empty: none
 };
 
 /// SQLite frees the first member, which its own structures begin with.
@@ -151,13 +151,24 @@ public:
     if (number == kIdColumn) return giveText(context, id());
     if (table_.perValue) {
       if (number == kPositionColumn) return sqlite3_result_int64(context, position_);
-      return giveValue(context, table_.columns.front(), **values_);
+      return giveValue(context, 0, **values_);
     }
-    const FileColumn& column = table_.columns[static_cast<std::size_t>(number) - 1];
-    giveValue(context, column, attribute(column));
+    const std::size_t item = static_cast<std::size_t>(number) - 1;
+    giveValue(context, item, attribute(table_.columns[item]));
   }
 
 private:
+  void giveValue(sqlite3_context* context, std::size_t item, std::string_view value) const {
+    if (const SqlConversion& convert = module_.conversions[item]) {
+      return giveText(context, convert(value));
+    }
+    if (table_.columns[item].numeric && !value.empty()) {
+      // As a number it also sorts as one.
+      if (const auto number = plainInteger(value)) return sqlite3_result_int64(context, *number);
+    }
+    giveText(context, value);
+  }
+
   /// As text, which ids are. A null matches nothing.
   int bind(int parameter, sqlite3_value* value) {
     if (sqlite3_value_type(value) == SQLITE_NULL) return sqlite3_bind_null(rows_.get(), parameter);
@@ -172,17 +183,6 @@ private:
     if (column.attribute == 0) return id();
     const std::string_view body = textOf(sqlite3_column_value(rows_.get(), 1));
     return extract(body, {static_cast<int>(column.attribute), 0, 0});
-  }
-
-  void giveValue(sqlite3_context* context, const FileColumn& column, std::string_view value) const {
-    if (!column.conversion.empty() && module_.conversion) {
-      return giveText(context, module_.conversion(value, column.conversion));
-    }
-    if (column.numeric && !value.empty()) {
-      // As a number it also sorts as one.
-      if (const auto number = plainInteger(value)) return sqlite3_result_int64(context, *number);
-    }
-    giveText(context, value);
   }
 
   static void giveText(sqlite3_context* context, std::string_view text) {
@@ -365,10 +365,14 @@ void destroyModule(void* module) {
 }  // namespace
 
 void registerFileTable(SqliteConnection& connection, std::shared_ptr<const FileTable> table,
-                       const SqlConversion& conversion) {
+                       const SqlConversions& conversions) {
   const std::string name = table->name;
-  auto module =
-      std::make_unique<Module>(Module{connection, std::move(table), conversion}).release();
+  std::vector<SqlConversion> made;
+  for (const FileColumn& column : table->columns) {
+    const bool converts = !column.conversion.empty() && conversions;
+    made.push_back(converts ? conversions(column.conversion) : SqlConversion());
+  }
+  auto* const module = new Module{connection, std::move(table), std::move(made)};
   // The engine calls the destructor also where it fails.
   const int code = sqlite3_create_module_v2(connection.handle(), name.c_str(), &kFunctions, module,
                                             destroyModule);

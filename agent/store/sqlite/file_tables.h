@@ -34,7 +34,7 @@ struct FileTable {
 /// Makes the connection know the table, in place of another one of its name. Statements that were
 /// prepared with the old one keep it. Throws StoreError.
 void registerFileTable(SqliteConnection& connection, std::shared_ptr<const FileTable> table,
-                       const SqlConversion& conversion);
+                       const SqlConversions& conversions);
 /// Makes the connection forget it.
 void forgetFileTable(SqliteConnection& connection, const std::string& name);
 

@@ -87,7 +87,7 @@ SqliteConnection::SqliteConnection(const ConnectionOptions& options) {
       const std::uint64_t pages = std::max<std::uint64_t>(options.mostBytes / pageSize, 1);
       execute(("PRAGMA max_page_count = " + std::to_string(pages)).c_str());
     }
-    prepareForClientSql(*this, options.conversion);
+    prepareForClientSql(*this, options.conversions);
   } catch (const StoreError& error) {
     throw StoreError(error.kind(), options.file + ": " + error.what(), error.status());
   }

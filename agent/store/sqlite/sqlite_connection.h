@@ -30,7 +30,7 @@ struct ConnectionOptions {
   std::string file;
   bool synchronousFull = true;
   std::uint64_t mostBytes = 0;  // 0: no limit
-  SqlConversion conversion;
+  SqlConversions conversions;
 };
 
 /// What the SQL side keeps with a connection; ends with it.
@@ -41,7 +41,7 @@ public:
 
 // The seams to the SQL side (sqlite_sql.cpp).
 /// Called once for each new connection: makes it ready for the statements of clients.
-void prepareForClientSql(SqliteConnection& connection, const SqlConversion& conversion);
+void prepareForClientSql(SqliteConnection& connection, const SqlConversions& conversions);
 /// Whether a client's statement may do this; arguments and result as SQLite's authorizer has them.
 /// Definitions of tables inside a branch are refused before it is asked.
 int authorizeClientSql(SqliteConnection& connection, int action, const char* first,

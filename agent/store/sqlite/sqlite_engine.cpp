@@ -109,7 +109,7 @@ private:
     options.file = file.string();
     options.synchronousFull = options_.synchronousFull;
     options.mostBytes = options_.mostBytes;
-    options.conversion = options_.conversion;
+    options.conversions = options_.conversions;
     return options;
   }
 

@@ -16,8 +16,8 @@ struct SqliteOptions {
   /// How far one account may grow, in bytes, rounded down to pages; 0: as far as the disk has room.
   /// A change that needs more fails as Full.
   std::uint64_t mostBytes = 0;
-  /// What the views over files make of values that have a conversion; empty: they stay as they are.
-  SqlConversion conversion;
+  /// What SQL shows of values that have a conversion; empty: they stay as they are.
+  SqlConversions conversions;
 };
 
 /// The accounts are the files `<directory>/<ACCOUNT>.db`. The directory is made when the first

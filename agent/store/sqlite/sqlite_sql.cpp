@@ -143,7 +143,7 @@ SqlColumn resultColumn(ClientStatements& statements, SqliteConnection& connectio
 
 // The seams of the connection and the session.
 
-void prepareForClientSql(SqliteConnection& connection, const SqlConversion& conversion) {
+void prepareForClientSql(SqliteConnection& connection, const SqlConversions& conversions) {
   sqlite3* const db = connection.handle();
   // A name in double quotes is a name: one that is not there is an error, and no text.
   sqlite3_db_config(db, SQLITE_DBCONFIG_DQS_DML, 0, nullptr);
@@ -153,7 +153,7 @@ void prepareForClientSql(SqliteConnection& connection, const SqlConversion& conv
   sqlite3_limit(db, SQLITE_LIMIT_VARIABLE_NUMBER, kMostParameters);
   sqlite3_limit(db, SQLITE_LIMIT_LIKE_PATTERN_LENGTH, kLongestPattern);
   sqlite3_limit(db, SQLITE_LIMIT_TRIGGER_DEPTH, kDeepestTrigger);
-  connection.sqlState() = std::make_unique<ClientStatements>(connection, conversion);
+  connection.sqlState() = std::make_unique<ClientStatements>(connection, conversions);
 }
 
 int authorizeClientSql(SqliteConnection& connection, int action, const char* first,

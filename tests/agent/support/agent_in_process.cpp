@@ -17,6 +17,7 @@
 #include "agent/session/data_access.h"
 #include "agent/session/reply.h"
 #include "agent/session/session_registry.h"
+#include "agent/sql/sql_conversions.h"
 #include "agent/store/sqlite/sqlite_engine.h"
 #include "agent/users/logins.h"
 
@@ -41,6 +42,7 @@ struct AgentInProcess::Parts {
   static SqliteOptions options() {
     SqliteOptions options;
     options.synchronousFull = false;  // no test here pulls the plug
+    options.conversions = sqlConversions;
     return options;
   }
 
