@@ -1,0 +1,45 @@
+#include "client/command/output/record_text.h"
+
+#include <gtest/gtest.h>
+
+namespace nox::command {
+namespace {
+
+using client::Record;
+
+TEST(RecordTree, ShowsAttributesValuesAndSubvalues) {
+  EXPECT_EQ(recordTree("bash", Record::parse("5.2^libc6]libtinfo6 \\libtinfo5^^last")),
+            "bash\n"
+            "├─ 1  5.2\n"
+            "├─ 2\n"
+            "│  ├─ 2.1  libc6\n"
+            "│  └─ 2.2\n"
+            "│     ├─ 2.2.1  libtinfo6 \n"
+            "│     └─ 2.2.2  libtinfo5\n"
+            "├─ 3\n"
+            "└─ 4  last\n");
+}
+
+TEST(RecordTree, NamesAttributesByTheDictionary) {
+  EXPECT_EQ(recordTree("1", Record::parse("a^b"), {"ID", "NAME"}),
+            "1\n"
+            "├─ 1 NAME  a\n"
+            "└─ 2  b\n");
+}
+
+TEST(RecordTree, ShowsNothingThatATerminalWouldObey) {
+  EXPECT_EQ(recordTree("\x1b", Record("a\x1b[1m")), "\\x1B\n└─ 1  a\\x1B[1m\n");
+}
+
+TEST(RecordJson, NestsWhatIsDivided) {
+  EXPECT_EQ(recordJson(Record::parse("a^b]c^d]e\\f^")), R"(["a",["b","c"],["d",["e","f"]],""])");
+  EXPECT_EQ(recordJson(Record::parse("a\\b")), R"([[["a","b"]]])");
+  EXPECT_EQ(recordJson(Record("")), "[]");
+}
+
+TEST(RecordJson, CarriesBytesThatAreNoText) {
+  EXPECT_EQ(recordJson(Record(std::string("\xFF", 1))), R"([{"base64":"/w=="}])");
+}
+
+}  // namespace
+}  // namespace nox::command
