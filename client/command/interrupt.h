@@ -1,0 +1,28 @@
+// Ctrl-C: the first cancels what the connection does, the second leaves.
+#pragma once
+
+#include <nox/client/client.h>
+
+namespace nox::command {
+
+/// Blocks SIGINT and SIGTERM in the thread that makes it, which main() does before any other thread
+/// exists, and takes them in a thread of its own.
+class Interrupt {
+public:
+  /// Also ignores SIGPIPE.
+  static void install();
+  /// Whether Ctrl-C was pressed since the last `clear`.
+  static bool pressed();
+  static void clear();
+
+  /// While it lives, the first Ctrl-C cancels the connection.
+  class Watch {
+  public:
+    explicit Watch(client::Canceller canceller);
+    ~Watch();
+    Watch(const Watch&) = delete;
+    Watch& operator=(const Watch&) = delete;
+  };
+};
+
+}  // namespace nox::command

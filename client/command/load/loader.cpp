@@ -1,0 +1,224 @@
+#include "client/command/load/loader.h"
+
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <charconv>
+#include <cstdio>
+#include <cstring>
+#include <memory>
+#include <optional>
+#include <vector>
+
+#include "client/command/context.h"
+#include "client/command/load/record_reader.h"
+#include "client/command/output/json_text.h"
+
+namespace nox::command {
+
+namespace {
+
+std::string formatOf(const LoadOptions& options) {
+  if (!options.format.empty()) return options.format;
+  const std::size_t dot = options.path.rfind('.');
+  const std::string ending = dot == std::string::npos ? "" : options.path.substr(dot + 1);
+  if (ending == "csv" || ending == "tsv" || ending == "jsonl") return ending;
+  throw UsageError("what kind of input is this? Use --from-format csv, tsv or jsonl");
+}
+
+/// Keeps how many records are done, so that a load can go on after it was broken off.
+class Checkpoint {
+public:
+  explicit Checkpoint(std::string path) : path_(std::move(path)) {
+    if (path_.empty()) return;
+    const std::unique_ptr<std::FILE, int (*)(std::FILE*)> file(std::fopen(path_.c_str(), "rbe"),
+                                                               std::fclose);
+    if (!file) {
+      if (errno == ENOENT) return;
+      throw Refused("cannot read " + path_ + ": " + std::strerror(errno));
+    }
+    char text[32];
+    const std::size_t n = std::fread(text, 1, sizeof text, file.get());
+    const auto [end, error] = std::from_chars(text, text + n, done_);
+    if (error != std::errc() || (end != text + n && *end != '\n')) {
+      throw Refused(path_ + " is no file of --resume");
+    }
+  }
+
+  std::uint64_t done() const { return done_; }
+
+  /// Durable when it returns, and never half written.
+  void save(std::uint64_t done) {
+    if (path_.empty()) return;
+    const std::string next = path_ + ".new";
+    const std::string text = std::to_string(done) + "\n";
+    const int file = open(next.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0666);
+    const bool written =
+        file >= 0 && ::write(file, text.data(), text.size()) == static_cast<ssize_t>(text.size()) &&
+        fsync(file) == 0;
+    const int error = errno;
+    if (file >= 0) close(file);
+    if (!written || std::rename(next.c_str(), path_.c_str()) != 0) {
+      throw Refused("cannot write " + path_ + ": " + std::strerror(written ? errno : error));
+    }
+  }
+
+  void remove() const {
+    if (!path_.empty()) std::remove(path_.c_str());
+  }
+
+private:
+  const std::string path_;
+  std::uint64_t done_ = 0;
+};
+
+/// What cannot be loaded: written to a file with the reason, or the end of the load.
+class Rejects {
+public:
+  Rejects(std::string path, bool resumed) : path_(std::move(path)), file_(nullptr, std::fclose) {
+    if (path_.empty()) return;
+    file_.reset(std::fopen(path_.c_str(), resumed ? "abe" : "wbe"));
+    if (!file_) throw Refused("cannot write " + path_ + ": " + std::strerror(errno));
+  }
+
+  void add(std::uint64_t line, const std::string& why, const std::string& source) {
+    if (!file_) throw Refused("line " + std::to_string(line) + ": " + why);
+    std::fprintf(file_.get(), "{\"line\":%llu,\"error\":%s,\"input\":%s}\n",
+                 static_cast<unsigned long long>(line), jsonText(why).c_str(),
+                 jsonText(source).c_str());
+    ++count_;
+  }
+  void flush() {
+    if (file_ && std::fflush(file_.get()) != 0) {
+      throw Refused("cannot write " + path_ + ": " + std::strerror(errno));
+    }
+  }
+  std::uint64_t count() const { return count_; }
+
+private:
+  const std::string path_;
+  std::unique_ptr<std::FILE, int (*)(std::FILE*)> file_;
+  std::uint64_t count_ = 0;
+};
+
+struct Pending {
+  std::uint64_t line = 0;
+  std::string source;
+};
+
+class Load {
+public:
+  Load(Context& context, const LoadOptions& options)
+      : context_(context),
+        options_(options),
+        checkpoint_(options.resumePath),
+        rejects_(options.rejectPath, checkpoint_.done() > 0),
+        lines_(options.path),
+        connection_(context.connection()),
+        batch_(connection_) {}
+
+  LoadResult run() {
+    const std::string format = formatOf(options_);
+    const std::unique_ptr<RecordReader> reader = makeReader(format);
+    const std::uint64_t size = lines_.size();
+    const auto progress =
+        context_.progress("records", size > 0 ? std::optional(size) : std::nullopt);
+    InputRecord record;
+    while (read(*reader, record)) {
+      context_.checkInterrupt();
+      if (seen_ <= checkpoint_.done()) {
+        ++result_.skipped;
+        continue;
+      }
+      try {
+        batch_.write(options_.file, record.id, record.record);
+        pending_.push_back({record.line, std::move(record.source)});
+      } catch (const client::Error& error) {
+        if (error.outcome() != client::Outcome::NotSent) throw;
+        rejects_.add(record.line, error.message(), record.source);
+      }
+      if (pending_.size() == options_.batch || batch_.bytes() >= kMostBytes) {
+        flush();
+        progress->show(lines_.bytes(), result_.loaded);
+      }
+    }
+    flush();
+    checkpoint_.remove();
+    result_.rejected = rejects_.count();
+    return result_;
+  }
+
+private:
+  // A batch is held in memory until the server has answered.
+  static constexpr std::size_t kMostBytes = 16u * 1024u * 1024u;
+
+  std::unique_ptr<RecordReader> makeReader(const std::string& format) {
+    if (format == "jsonl") return makeJsonReader(lines_);
+    const ColumnMapping mapping{options_.idColumn, dictionaryOf(connection_, options_.file)};
+    return format == "csv" ? makeCsvReader(lines_, mapping) : makeTsvReader(lines_, mapping);
+  }
+
+  /// The next record that can be read.
+  bool read(RecordReader& reader, InputRecord& record) {
+    for (;;) {
+      try {
+        if (!reader.next(record)) return false;
+        ++seen_;
+        return true;
+      } catch (const BadRecord& bad) {
+        ++seen_;
+        if (seen_ > checkpoint_.done()) rejects_.add(bad.line(), bad.what(), bad.source());
+      }
+    }
+  }
+
+  void flush() {
+    if (!pending_.empty()) {
+      client::Transaction work = connection_.begin();
+      const std::vector<client::Batch::Result> results = batch_.run();
+      std::uint64_t written = 0;
+      for (std::size_t i = 0; i < results.size(); ++i) {
+        if (results[i].ok()) {
+          ++written;
+          continue;
+        }
+        if (results[i].error) {
+          const client::Error& error = *results[i].error;
+          // A record that is refused leaves the others alone; a lost transaction takes them along.
+          if (error.outcome() != client::Outcome::Rejected || error.sqlClass() == "40") {
+            throw client::Error(error);
+          }
+          rejects_.add(pending_[i].line, error.message(), pending_[i].source);
+        } else {
+          rejects_.add(pending_[i].line, "the record is locked by another session",
+                       pending_[i].source);
+        }
+      }
+      work.commit();
+      result_.loaded += written;
+      pending_.clear();
+    }
+    rejects_.flush();
+    checkpoint_.save(seen_);
+  }
+
+  Context& context_;
+  const LoadOptions& options_;
+  Checkpoint checkpoint_;
+  Rejects rejects_;
+  LineReader lines_;
+  client::Connection& connection_;
+  client::Batch batch_;
+  std::vector<Pending> pending_;
+  std::uint64_t seen_ = 0;
+  LoadResult result_;
+};
+
+}  // namespace
+
+LoadResult load(Context& context, const LoadOptions& options) {
+  return Load(context, options).run();
+}
+
+}  // namespace nox::command

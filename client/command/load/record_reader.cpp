@@ -1,0 +1,348 @@
+#include "client/command/load/record_reader.h"
+
+#include <sys/stat.h>
+
+#include <cerrno>
+#include <charconv>
+#include <cstdlib>
+#include <cstring>
+#include <nlohmann/json.hpp>
+#include <optional>
+#include <utility>
+
+#include "client/command/base64.h"
+#include "client/command/context.h"
+
+namespace nox::command {
+
+LineReader::LineReader(const std::string& path)
+    : file_(path.empty() || path == "-" ? stdin : std::fopen(path.c_str(), "rbe")),
+      owned_(file_ != stdin),
+      path_(path.empty() || path == "-" ? "standard input" : path) {
+  if (!file_) throw Refused("cannot read " + path_ + ": " + std::strerror(errno));
+}
+
+LineReader::~LineReader() {
+  std::free(buffer_);
+  if (owned_) std::fclose(file_);
+}
+
+bool LineReader::next(std::string& line) {
+  const ssize_t n = getline(&buffer_, &capacity_, file_);
+  if (n < 0) {
+    if (std::ferror(file_) != 0) {
+      throw Refused("cannot read " + path_ + ": " + std::strerror(errno));
+    }
+    return false;
+  }
+  ++number_;
+  bytes_ += static_cast<std::uint64_t>(n);
+  std::string_view text(buffer_, static_cast<std::size_t>(n));
+  if (text.size() > kLongestLine) {
+    throw Refused("line " + std::to_string(number_) + " of " + path_ + " is too long");
+  }
+  if (!text.empty() && text.back() == '\n') text.remove_suffix(1);
+  line = text;
+  return true;
+}
+
+std::uint64_t LineReader::size() const {
+  struct stat status {};
+  if (fstat(fileno(file_), &status) != 0 || !S_ISREG(status.st_mode)) return 0;
+  return static_cast<std::uint64_t>(status.st_size);
+}
+
+namespace {
+
+using client::Record;
+using Json = nlohmann::json;
+
+/// Where a column's value goes.
+struct Target {
+  bool isId = false;
+  std::size_t attribute = 0;
+};
+
+/// Makes records of rows of texts, by the names in their heading.
+class Columns {
+public:
+  Columns(const std::vector<std::string>& heading, const ColumnMapping& mapping) {
+    bool hasId = false;
+    for (const std::string& name : heading) {
+      const bool isId =
+          mapping.idColumn.empty() ? name == "ID" || name == "@ID" : name == mapping.idColumn;
+      if (isId && hasId) throw Refused("two columns are the id");
+      hasId = hasId || isId;
+      targets_.push_back({isId, isId ? 0 : attributeOf(name, mapping)});
+    }
+    if (!hasId) {
+      throw Refused(mapping.idColumn.empty() ? "no column is called ID; name it with --id"
+                                             : "no column is called " + mapping.idColumn);
+    }
+  }
+
+  /// Nothing for null. Throws std::runtime_error.
+  void fill(InputRecord& record, const std::vector<std::optional<std::string>>& values) const {
+    if (values.size() != targets_.size()) {
+      throw std::runtime_error(std::to_string(values.size()) + " values under " +
+                               std::to_string(targets_.size()) + " columns");
+    }
+    record.record = Record();
+    for (std::size_t i = 0; i < values.size(); ++i) {
+      if (!values[i]) continue;
+      if (targets_[i].isId) {
+        record.id = *values[i];
+      } else if (!values[i]->empty()) {
+        record.record.set(client::Position(targets_[i].attribute),
+                          Record::parse(*values[i]).bytes());
+      }
+    }
+  }
+
+private:
+  static std::size_t attributeOf(const std::string& name, const ColumnMapping& mapping) {
+    for (const DictionaryItem& item : mapping.items) {
+      if (item.name == name && item.attribute > 0) return item.attribute;
+    }
+    std::size_t number = 0;
+    const auto [end, error] = std::from_chars(name.data(), name.data() + name.size(), number);
+    constexpr std::size_t kMostAttributes = 10'000;
+    if (error == std::errc() && end == name.data() + name.size() && number >= 1 &&
+        number <= kMostAttributes) {
+      return number;
+    }
+    throw Refused("the column \"" + name +
+                  "\" is neither a D item of the dictionary nor the number of an attribute");
+  }
+
+  std::vector<Target> targets_;
+};
+
+class CsvReader : public RecordReader {
+public:
+  CsvReader(LineReader& lines, const ColumnMapping& mapping) : lines_(lines) {
+    InputRecord heading;
+    std::vector<std::optional<std::string>> values;
+    if (!readRow(heading, values)) throw Refused("there is no line with the names of the columns");
+    columns_.emplace(namesOf(values), mapping);
+  }
+
+  bool next(InputRecord& record) override {
+    std::vector<std::optional<std::string>> values;
+    if (!readRow(record, values)) return false;
+    try {
+      columns_->fill(record, values);
+    } catch (const std::runtime_error& error) {
+      throw BadRecord(record.line, error.what(), record.source);
+    }
+    return true;
+  }
+
+private:
+  static std::vector<std::string> namesOf(const std::vector<std::optional<std::string>>& values) {
+    std::vector<std::string> names;
+    for (const auto& value : values) names.push_back(value.value_or(""));
+    // What spreadsheets put in front of UTF-8.
+    constexpr std::string_view kByteOrderMark = "\xEF\xBB\xBF";
+    if (!names.empty() && names[0].compare(0, kByteOrderMark.size(), kByteOrderMark) == 0) {
+      names[0].erase(0, kByteOrderMark.size());
+    }
+    return names;
+  }
+
+  /// Takes further lines while a quotation is open.
+  bool readRow(InputRecord& record, std::vector<std::optional<std::string>>& values) {
+    std::string line;
+    do {
+      if (!lines_.next(line)) return false;
+    } while (line.empty() || line == "\r");
+    record.line = lines_.number();
+    record.source = line;
+    std::string value;
+    bool quoted = false;     // inside a quotation
+    bool wasQuoted = false;  // this value has one
+    std::size_t i = 0;
+    for (;;) {
+      if (i == line.size()) {
+        if (!quoted) break;
+        value += '\n';
+        if (!lines_.next(line)) {
+          throw BadRecord(record.line, "a quotation does not end", record.source);
+        }
+        record.source += "\n" + line;
+        i = 0;
+        continue;
+      }
+      const char c = line[i++];
+      if (quoted) {
+        if (c != '"') {
+          value += c;
+        } else if (i < line.size() && line[i] == '"') {
+          value += '"';
+          ++i;
+        } else {
+          quoted = false;
+        }
+      } else if (c == '"' && value.empty() && !wasQuoted) {
+        quoted = true;
+        wasQuoted = true;
+      } else if (c == ',') {
+        add(values, value, wasQuoted);
+      } else if (c == '\r' && i == line.size()) {
+        break;
+      } else {
+        value += c;
+      }
+    }
+    add(values, value, wasQuoted);
+    return true;
+  }
+
+  static void add(std::vector<std::optional<std::string>>& values, std::string& value,
+                  bool& wasQuoted) {
+    values.emplace_back(value.empty() && !wasQuoted ? std::nullopt : std::optional(value));
+    value.clear();
+    wasQuoted = false;
+  }
+
+  LineReader& lines_;
+  std::optional<Columns> columns_;
+};
+
+class TsvReader : public RecordReader {
+public:
+  TsvReader(LineReader& lines, const ColumnMapping& mapping) : lines_(lines) {
+    std::string line;
+    if (!lines_.next(line)) throw Refused("there is no line with the names of the columns");
+    std::vector<std::string> names;
+    for (const auto& value : split(line)) names.push_back(value.value_or(""));
+    columns_.emplace(names, mapping);
+  }
+
+  bool next(InputRecord& record) override {
+    do {
+      if (!lines_.next(record.source)) return false;
+    } while (record.source.empty());
+    record.line = lines_.number();
+    try {
+      columns_->fill(record, split(record.source));
+    } catch (const std::runtime_error& error) {
+      throw BadRecord(record.line, error.what(), record.source);
+    }
+    return true;
+  }
+
+private:
+  static std::vector<std::optional<std::string>> split(std::string_view line) {
+    if (!line.empty() && line.back() == '\r') line.remove_suffix(1);
+    std::vector<std::optional<std::string>> values;
+    for (std::size_t at = 0; at <= line.size();) {
+      const std::size_t tab = std::min(line.find('\t', at), line.size());
+      const std::string_view value = line.substr(at, tab - at);
+      values.push_back(value == "\\N" ? std::nullopt : std::optional(unescaped(value)));
+      at = tab + 1;
+    }
+    return values;
+  }
+
+  static std::string unescaped(std::string_view text) {
+    std::string value;
+    for (std::size_t i = 0; i < text.size(); ++i) {
+      if (text[i] != '\\' || i + 1 == text.size()) {
+        value += text[i];
+        continue;
+      }
+      switch (text[++i]) {
+        case 't':
+          value += '\t';
+          break;
+        case 'n':
+          value += '\n';
+          break;
+        case 'r':
+          value += '\r';
+          break;
+        case '\\':
+          value += '\\';
+          break;
+        default:  // not of this form's making: as it stands
+          value += '\\';
+          value += text[i];
+      }
+    }
+    return value;
+  }
+
+  LineReader& lines_;
+  std::optional<Columns> columns_;
+};
+
+/// Bytes of a text, or of {"base64": "..."}.
+std::string bytesOf(const Json& value) {
+  if (value.is_string()) return value.get<std::string>();
+  if (value.is_object() && value.size() == 1 && value.contains("base64") &&
+      value["base64"].is_string()) {
+    return bytesOfBase64(value["base64"].get<std::string>());
+  }
+  if (value.is_number() || value.is_boolean()) return value.dump();
+  throw std::runtime_error("a text was expected, not " + value.dump());
+}
+
+/// A text, or an array of texts, or of arrays of them, with a mark between two parts.
+std::string fieldOf(const Json& value, std::size_t level) {
+  static constexpr char kMarks[] = {client::kAttributeMark, client::kValueMark,
+                                    client::kSubvalueMark};
+  if (value.is_null()) return {};
+  if (!value.is_array()) return bytesOf(value);
+  if (level == sizeof kMarks) throw std::runtime_error("arrays nest three deep at most");
+  std::string text;
+  bool first = true;
+  for (const Json& part : value) {
+    if (!first) text += kMarks[level];
+    first = false;
+    text += fieldOf(part, level + 1);
+  }
+  return text;
+}
+
+class JsonReader : public RecordReader {
+public:
+  explicit JsonReader(LineReader& lines) : lines_(lines) {}
+
+  bool next(InputRecord& record) override {
+    do {
+      if (!lines_.next(record.source)) return false;
+    } while (record.source.find_first_not_of(" \t\r") == std::string::npos);
+    record.line = lines_.number();
+    try {
+      const Json json = Json::parse(record.source);
+      if (!json.is_object() || !json.contains("id") || !json.contains("record")) {
+        throw std::runtime_error("{\"id\": ..., \"record\": [...]} was expected");
+      }
+      record.id = bytesOf(json["id"]);
+      record.record = Record(fieldOf(json["record"], 0));
+    } catch (const std::exception& error) {
+      throw BadRecord(record.line, error.what(), record.source);
+    }
+    return true;
+  }
+
+private:
+  LineReader& lines_;
+};
+
+}  // namespace
+
+std::unique_ptr<RecordReader> makeCsvReader(LineReader& lines, const ColumnMapping& mapping) {
+  return std::make_unique<CsvReader>(lines, mapping);
+}
+
+std::unique_ptr<RecordReader> makeTsvReader(LineReader& lines, const ColumnMapping& mapping) {
+  return std::make_unique<TsvReader>(lines, mapping);
+}
+
+std::unique_ptr<RecordReader> makeJsonReader(LineReader& lines) {
+  return std::make_unique<JsonReader>(lines);
+}
+
+}  // namespace nox::command

@@ -1,0 +1,58 @@
+// nox, the command-line client of noxd.
+#include <unistd.h>
+
+#include <clocale>
+#include <cstdio>
+#include <exception>
+#include <string>
+#include <vector>
+
+#include <nox/nox.h>
+
+#include "client/command/command_line.h"
+#include "client/command/context.h"
+#include "client/command/documents.h"
+#include "client/command/interrupt.h"
+#include "client/command/prompt/prompt.h"
+
+namespace {
+
+using namespace nox::command;
+
+int runInvocation(const Invocation& invocation) {
+  if (invocation.kind == Invocation::Kind::Help) {
+    std::fputs(helpText(invocation.command).c_str(), stdout);
+    return kDone;
+  }
+  if (invocation.kind == Invocation::Kind::Version) {
+    std::printf("nox %s\n", version());
+    return kDone;
+  }
+  Context context(invocation.common);
+  if (invocation.kind == Invocation::Kind::Run) {
+    return guarded(context, [&] { return invocation.command->run(context, invocation.arguments); });
+  }
+  if (!invocation.script.empty()) return runScript(context, invocation.script);
+  if (isatty(STDIN_FILENO) == 1) return runPrompt(context);
+  return runScript(context, "-");
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  // Which bytes are characters, for the line that is typed. Numbers never follow the locale.
+  std::setlocale(LC_CTYPE, "");
+  Interrupt::install();
+  const std::vector<std::string> words(argv + 1, argv + argc);
+  try {
+    // For packages and tests: documents that are made from the table of subcommands.
+    if (words.size() == 2 && words[0] == "--print-document") return printDocument(words[1]);
+    return runInvocation(parseCommandLine(words));
+  } catch (const UsageError& error) {
+    std::fprintf(stderr, "nox: %s\nnox --help says how it is used.\n", error.what());
+    return kUsage;
+  } catch (const std::exception& error) {
+    std::fprintf(stderr, "nox: %s\n", error.what());
+    return kRefused;
+  }
+}

@@ -1,0 +1,35 @@
+// The line that is typed at the prompt: editing, history, completion.
+#pragma once
+
+#include <functional>
+#include <memory>
+#include <optional>
+#include <string>
+
+#include "client/command/prompt/completion.h"
+
+namespace nox::command {
+
+/// One per process. The history is kept in `nox/history` under $XDG_STATE_HOME (~/.local/state),
+/// readable by nobody else.
+class LineEditor {
+public:
+  /// `complete` is given what stands left of the cursor.
+  explicit LineEditor(std::function<Completion(const std::string&)> complete);
+  /// Saves the history.
+  ~LineEditor();
+  LineEditor(const LineEditor&) = delete;
+  LineEditor& operator=(const LineEditor&) = delete;
+
+  enum class Outcome { Line, End, Interrupted };
+  /// The next line, without its line feed.
+  Outcome read(const std::string& prompt, std::string& line);
+  /// Keeps a statement for later.
+  void remember(const std::string& statement);
+
+private:
+  struct Impl;
+  std::unique_ptr<Impl> impl_;
+};
+
+}  // namespace nox::command

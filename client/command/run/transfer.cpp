@@ -1,0 +1,118 @@
+// load and export.
+#include <algorithm>
+#include <optional>
+
+#include "client/command/context.h"
+#include "client/command/dictionary.h"
+#include "client/command/load/loader.h"
+#include "client/command/output/json_text.h"
+#include "client/command/output/record_text.h"
+
+namespace nox::command {
+
+namespace {
+
+/// The columns of an export: those that were named, or all D items.
+std::vector<DictionaryItem> itemsOf(client::Connection& connection, const std::string& file,
+                                    const std::string& named) {
+  std::vector<DictionaryItem> items = dictionaryOf(connection, file);
+  if (named.empty()) return items;
+  std::vector<DictionaryItem> chosen;
+  std::size_t begin = 0;
+  while (begin <= named.size()) {
+    const std::size_t end = std::min(named.find(',', begin), named.size());
+    const std::string name = named.substr(begin, end - begin);
+    begin = end + 1;
+    bool found = false;
+    for (const DictionaryItem& item : items) {
+      if (item.name != name) continue;
+      chosen.push_back(item);
+      found = true;
+    }
+    if (!found) throw Refused("there is no D item \"" + name + "\" in the dictionary of " + file);
+  }
+  return chosen;
+}
+
+}  // namespace
+
+int runLoad(Context& context, const Arguments& arguments) {
+  LoadOptions options;
+  options.file = arguments.get("FILE");
+  options.path = arguments.get("PATH");
+  options.format = arguments.get("--from-format");
+  options.idColumn = arguments.get("--id");
+  options.batch = numberOf(arguments.get("--batch", "1000"), "--batch", 100'000);
+  options.rejectPath = arguments.get("--reject");
+  options.resumePath = arguments.get("--resume");
+  if (context.transaction()) throw UsageError("load has transactions of its own; end yours first");
+  if (arguments.has("--create")) {
+    client::Connection& connection = context.connection();
+    const std::vector<std::string> files = filesOf(connection);
+    if (std::find(files.begin(), files.end(), options.file) == files.end()) {
+      connection.execute("CREATE-FILE " + options.file);
+    }
+  }
+  const LoadResult result = load(context, options);
+  std::string text = std::to_string(result.loaded) + " loaded";
+  if (result.skipped > 0) text += ", " + std::to_string(result.skipped) + " were done before";
+  if (result.rejected > 0) text += ", " + std::to_string(result.rejected) + " rejected";
+  context.say(text);
+  return result.rejected == 0 ? kDone : kRefused;
+}
+
+int runExport(Context& context, const Arguments& arguments) {
+  client::Connection& connection = context.connection();
+  const std::string name = arguments.get("FILE");
+  const auto format = context.chosenFormat();
+  const bool lines = !format || *format == Format::Jsonl;
+  if (lines && arguments.has("--items")) {
+    throw UsageError("--items needs a format with columns, as csv");
+  }
+  std::vector<DictionaryItem> items;
+  std::unique_ptr<RowWriter> rows;
+  if (!lines) {
+    items = itemsOf(connection, name, arguments.get("--items"));
+    std::vector<OutputColumn> columns = {{"ID"}};
+    for (const DictionaryItem& item : items) columns.push_back({item.name});
+    rows = context.rows(*format, std::move(columns));
+  }
+
+  client::SelectList list = [&] {
+    if (!arguments.has("CLAUSE")) return connection.file(name).select();
+    std::string command = "SELECT " + name;
+    for (const std::string& word : arguments.all("CLAUSE")) command += " " + word;
+    return connection.select(command);
+  }();
+  list.withRecords();
+  if (arguments.has("--page-size")) {
+    list.pageSize(numberOf(arguments.get("--page-size"), "--page-size", 10'000));
+  }
+  const auto progress = context.progress("records", std::nullopt);
+  std::uint64_t done = 0;
+  std::vector<std::string> texts(items.size());
+  std::vector<OutputValue> values;
+  for (const client::SelectList::Entry& entry : list) {
+    context.checkInterrupt();
+    if (!entry.hasRecord()) continue;  // deleted since
+    if (lines) {
+      context.out().write("{\"id\":" + jsonText(entry.id()) +
+                          ",\"record\":" + recordJson(entry.record()) + "}\n");
+    } else {
+      values.assign({OutputValue(entry.id())});
+      for (std::size_t i = 0; i < items.size(); ++i) {
+        texts[i] = items[i].attribute == 0
+                       ? entry.id()
+                       : client::Record(entry.record()[items[i].attribute].view()).toString();
+        values.emplace_back(texts[i]);
+      }
+      rows->row(values);
+    }
+    progress->show(++done);
+  }
+  if (rows) rows->end();
+  context.out().flush();
+  return kDone;
+}
+
+}  // namespace nox::command

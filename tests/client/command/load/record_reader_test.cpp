@@ -1,0 +1,134 @@
+#include "client/command/load/record_reader.h"
+
+#include <gtest/gtest.h>
+#include <unistd.h>
+
+#include <cstdlib>
+#include <fstream>
+
+#include "client/command/context.h"
+
+namespace nox::command {
+namespace {
+
+/// A file with this content, removed at the end.
+class TextFile {
+public:
+  explicit TextFile(const std::string& text) {
+    const int file = mkstemp(name_);
+    EXPECT_GE(file, 0);
+    close(file);
+    std::ofstream(name_, std::ios::binary) << text;
+  }
+  TextFile(const TextFile&) = delete;
+  TextFile& operator=(const TextFile&) = delete;
+  ~TextFile() { unlink(name_); }
+  const char* name() const { return name_; }
+
+private:
+  char name_[32] = "/tmp/record_reader_test.XXXXXX";
+};
+
+const ColumnMapping kMapping = {"", {{"NAME", 1}, {"@ID", 0}, {"PHONES", 3}}};
+
+using Make = std::unique_ptr<RecordReader> (*)(LineReader&, const ColumnMapping&);
+
+/// "id=record" of each, records as people read them; "!line: why" for bad ones.
+std::vector<std::string> readAll(const std::string& text, Make make,
+                                 const ColumnMapping& mapping = kMapping) {
+  const TextFile file(text);
+  LineReader lines(file.name());
+  const auto reader = make(lines, mapping);
+  std::vector<std::string> seen;
+  for (InputRecord record;;) {
+    try {
+      if (!reader->next(record)) return seen;
+      seen.push_back(record.id + "=" + record.record.toString());
+    } catch (const BadRecord& bad) {
+      seen.push_back("!" + std::to_string(bad.line()) + ": " + bad.what());
+    }
+  }
+}
+
+std::unique_ptr<RecordReader> makeJson(LineReader& lines, const ColumnMapping& /*mapping*/) {
+  return makeJsonReader(lines);
+}
+
+using Strings = std::vector<std::string>;
+
+TEST(CsvReader, PutsColumnsIntoTheirAttributes) {
+  EXPECT_EQ(readAll("ID,PHONES,NAME,5\n1,a]b,Ann,x\n2,,Bob,\n", makeCsvReader),
+            (Strings{"1=Ann^^a]b^^x", "2=Bob"}));
+}
+
+TEST(CsvReader, ReadsQuotationsOverSeveralLines) {
+  EXPECT_EQ(readAll("ID,NAME\r\n\"1\",\"a \"\"b\"\", c\"\r\n2,\"two\nlines\"\n", makeCsvReader),
+            (Strings{"1=a \"b\", c", "2=two~0Alines"}));
+}
+
+TEST(CsvReader, GoesOnBehindABadRow) {
+  EXPECT_EQ(readAll("ID,NAME\n1,a,b\n2,~ZZ\n3,ok\n", makeCsvReader).size(), 3u);
+  const Strings seen = readAll("ID,NAME\n1,a,b\n3,ok\n", makeCsvReader);
+  EXPECT_EQ(seen, (Strings{"!2: 3 values under 2 columns", "3=ok"}));
+  EXPECT_EQ(readAll("ID,NAME\n1,\"open\n", makeCsvReader),
+            (Strings{"!2: a quotation does not end"}));
+}
+
+TEST(CsvReader, TakesAnyColumnForTheId) {
+  EXPECT_EQ(readAll("KEY,NAME\n7,x\n", makeCsvReader, {"KEY", kMapping.items}), (Strings{"7=x"}));
+  EXPECT_EQ(readAll("\xEF\xBB\xBF@ID,NAME\n7,x\n", makeCsvReader), (Strings{"7=x"}));
+}
+
+TEST(CsvReader, RefusesHeadingsItCannotPlace) {
+  EXPECT_THROW(readAll("NAME\nx\n", makeCsvReader), Refused);
+  EXPECT_THROW(readAll("ID,NONSENSE\n1,x\n", makeCsvReader), Refused);
+  EXPECT_THROW(readAll("ID,0\n1,x\n", makeCsvReader), Refused);
+  EXPECT_THROW(readAll("ID,ID\n1,x\n", makeCsvReader), Refused);
+  EXPECT_THROW(readAll("", makeCsvReader), Refused);
+}
+
+TEST(TsvReader, ReadsEscapesAndNull) {
+  EXPECT_EQ(readAll("ID\tNAME\tPHONES\n1\ta\\tb\\nc~5Cd\t\\N\n", makeTsvReader),
+            (Strings{"1=a~09b~0Ac~5Cd"}));
+}
+
+TEST(TsvReader, TakesABackslashForASubvalueMark) {
+  EXPECT_EQ(readAll("ID\tNAME\n1\ta\\\\b\n", makeTsvReader), (Strings{"1=a\\b"}));
+}
+
+TEST(JsonReader, ReadsAttributesValuesAndSubvalues) {
+  EXPECT_EQ(readAll(R"({"id": "a", "record": ["x", ["1", ["2", "3"]], null, {"base64": "/g=="}]})"
+                    "\n\n"
+                    R"({"id": 7, "record": "plain"})"
+                    "\n",
+                    makeJson),
+            (Strings{"a=x^1]2\\3^^^", "7=plain"}));
+}
+
+TEST(JsonReader, SaysWhatIsWrongWithALine) {
+  const Strings seen = readAll(
+      "{\n"
+      "{\"id\": \"a\"}\n"
+      "{\"id\": \"a\", \"record\": [[[[1]]]]}\n"
+      "{\"id\": \"b\", \"record\": []}\n",
+      makeJson);
+  ASSERT_EQ(seen.size(), 4u);
+  EXPECT_EQ(seen[0].compare(0, 4, "!1: "), 0);
+  EXPECT_EQ(seen[1], "!2: {\"id\": ..., \"record\": [...]} was expected");
+  EXPECT_EQ(seen[2], "!3: arrays nest three deep at most");
+  EXPECT_EQ(seen[3], "b=");
+}
+
+TEST(LineReader, SaysWhatItCannotRead) {
+  EXPECT_THROW(LineReader("/nonexistent/file"), Refused);
+  EXPECT_THROW(
+      {
+        LineReader directory("/tmp");
+        std::string line;
+        directory.next(line);
+      },
+      Refused);
+}
+
+}  // namespace
+}  // namespace nox::command
