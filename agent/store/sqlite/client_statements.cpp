@@ -92,7 +92,12 @@ std::unique_ptr<ClientStatement> ClientStatements::take(const std::string& sql) 
     try {
       statement = prepare(sql);
     } catch (const StoreError& error) {
-      if (error.kind() != StoreError::Kind::NoTable || !learnMissing(error.what())) throw;
+      // A column that is missing may have come into a dictionary since its file was last looked at.
+      const bool retry = error.kind() == StoreError::Kind::NoTable ? learnMissing(error.what())
+                         : error.kind() == StoreError::Kind::NoColumn
+                             ? !areCurrent(namesOfFileTables())
+                             : false;
+      if (!retry) throw;
       continue;
     }
     if (areCurrent(statement->fileTables)) return statement;
@@ -288,6 +293,12 @@ bool ClientStatements::areCurrent(const std::vector<std::string>& fileTables) {
     if (table) registerTable(std::move(table), now);
   }
   return current;
+}
+
+std::vector<std::string> ClientStatements::namesOfFileTables() const {
+  std::vector<std::string> names;
+  for (const auto& [name, known] : fileTables_) names.push_back(name);
+  return names;
 }
 
 bool ClientStatements::learnMissing(std::string_view reason) {

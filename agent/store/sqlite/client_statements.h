@@ -96,6 +96,7 @@ private:
   /// Whether the tables are still what they were when they were registered; those that are not are
   /// registered anew, or forgotten.
   bool areCurrent(const std::vector<std::string>& fileTables);
+  std::vector<std::string> namesOfFileTables() const;
   /// Registers the file that an error says is missing; false where it says something else, or there
   /// is no such file.
   bool learnMissing(std::string_view reason);
