@@ -1,5 +1,6 @@
 #include "agent/admin/serve.h"
 
+#include <malloc.h>
 #include <sys/resource.h>
 
 #include <nox/nox.h>
@@ -49,6 +50,14 @@ void raiseDescriptorLimit(const ConfigurationValues& values, Log& log) {
                 " open files, too few for server.max_connections = " +
                 std::to_string(values.maxConnections));
   }
+}
+
+/// Large blocks go back to the system when they are freed. Left to itself, malloc takes the largest
+/// one that was ever freed for the measure of what to keep.
+void giveLargeBlocksBack() {
+  constexpr int kLarge = 1024 * 1024;
+  mallopt(M_MMAP_THRESHOLD, kLarge);
+  mallopt(M_TRIM_THRESHOLD, 2 * kLarge);
 }
 
 /// Reads the file again. A mistake in it leaves everything as it was.
@@ -139,6 +148,7 @@ void serve(const ServeOptions& options) {
   // What the library converts is UTF-8, whatever the locale says: descriptions of columns, say.
   std::string codePage = "UTF-8";
   NOXPString::changeCodePage(codePage);
+  giveLargeBlocksBack();
   // Before any thread, which would get the signals otherwise.
   auto signals = std::make_unique<Signals>();
   Configuration configuration(configurationOf(options.locations, true));

@@ -171,16 +171,23 @@ bool Connection::logIn(Clock::time_point deadline) {
   return false;
 }
 
+/// Whether objects of this type are answered once a client has logged in.
+bool Connection::isRequest(int type) {
+  if (!state_.agentFactory.getTypeName(type)) return false;
+  const std::unique_ptr<Serializable> object(state_.agentFactory.createObject(type));
+  const auto* const request = dynamic_cast<const noxp::RequestProt*>(object.get());
+  return request && state_.dispatcher.find(*request);
+}
+
 /// Nothing once the client is logged in, and has been told so.
 std::optional<Failure> Connection::answerBeforeLogin(Clock::time_point deadline) {
   const std::unique_ptr<noxp::RequestProt> request = wire_.takeRequest();
   if (!request) {
     const std::optional<int> type = wire_.unknownType();
-    const bool isRequest = type && state_.agentFactory.getTypeName(*type);
-    return isRequest ? Failure("28", "000", "log in first") : wire_.problem();
+    return type && isRequest(*type) ? Failure("28", "000", "log in first") : wire_.problem();
   }
   auto* const login = dynamic_cast<noxp::AuthenticationRequestProt*>(request.get());
-  if (!login) return Failure("28", "000", "log in first");
+  if (!login) return Failure("0A", "000", "the agent does not answer this request");
   std::optional<Failure> failure = tryLogin(*login, deadline);
   wire_.wipeFrame();
   if (!failure) {

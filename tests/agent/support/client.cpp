@@ -139,6 +139,14 @@ std::unique_ptr<Serializable> Client::ask(noxp::RequestProt& request) {
   return reply;
 }
 
+bool Client::echoes(std::size_t n) {
+  noxp::common::EchoRequestProt request(n);
+  if (n > 0) std::memset(request.getBuffer()->getBuf(), 'e', n);
+  const auto reply = askFor<noxp::common::EchoResponseProt>(request);
+  if (!reply || !reply->getBuffer() || reply->getBuffer()->length() != n) return false;
+  return n == 0 || std::memcmp(reply->getBuffer()->getBuf(), request.getBuffer()->getBuf(), n) == 0;
+}
+
 void Client::send(Serializable& message) {
   MemoryBufferOutStream frame;
   BinaryWriter(&frame).writeRoot(message);

@@ -42,6 +42,9 @@ public:
   std::unique_ptr<Serializable> ask(noxp::RequestProt& request) override;
   std::unique_ptr<Serializable> ask(noxp::RequestProt&& request) { return ask(request); }
 
+  /// Asks for an echo of `n` bytes; whether it comes back as it was.
+  bool echoes(std::size_t n = 5);
+
   void send(Serializable& message);
   void send(Serializable&& message) { send(message); }
   /// False where the agent takes no more.
