@@ -194,11 +194,7 @@ int runCommandLine(int argc, char** argv) {
     return statusNumber(ExitStatus::Configuration);
   } catch (const std::exception& error) {
     std::cerr << "noxd: " << error.what() << '\n';
-    const ExitStatus status = statusOf(error);
-    if (status == ExitStatus::Damaged) {
-      std::cerr << "noxd: noxd verify says more; noxd restore brings a backup back\n";
-    }
-    return statusNumber(status);
+    return statusNumber(statusOf(error));
   }
 }
 

@@ -108,8 +108,9 @@ void removeUser(const Locations& locations, const std::string& user) {
 }
 
 void listUsers(const Locations& locations) {
+  const std::vector<UserInfo> users = Users(openDirectory(locations).users()).list();
   std::cout << "user\taccount\tright\n";
-  for (const UserInfo& user : Users(openDirectory(locations).users()).list()) {
+  for (const UserInfo& user : users) {
     if (user.grants.empty()) std::cout << user.name << "\t-\t-\n";
     for (const Grant& grant : user.grants) {
       std::cout << user.name << '\t' << grant.account << '\t' << nameOf(grant.right) << '\n';
@@ -122,16 +123,18 @@ void addAccount(const Locations& locations, const std::string& account) {
     throw AdminError(ExitStatus::Usage, "\"" + account + "\" is no name of an account");
   }
   const DataDirectory directory = openDirectory(locations);
-  const std::unique_ptr<StoreEngine> stores = openStores(directory, true);
-  if (stores->hasAccount(account)) fail("there is an account \"" + account + "\" already");
-  stores->createAccount(account);
+  if (openStores(directory, true)->hasAccount(account)) {
+    fail("there is an account \"" + account + "\" already");
+  }
+  createAccount(directory, account);
   std::cout << "account " << account << " added\n";
 }
 
 void listAccounts(const Locations& locations) {
   const DataDirectory directory = openDirectory(locations);
+  const std::vector<std::string> accounts = openStores(directory, true)->accounts();
   std::cout << "account\tbytes\n";
-  for (const std::string& account : openStores(directory, true)->accounts()) {
+  for (const std::string& account : accounts) {
     std::cout << account << '\t' << sizeOfFile(directory.account(account)) << '\n';
   }
 }

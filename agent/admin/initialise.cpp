@@ -71,7 +71,7 @@ void initialise(const InitOptions& options) {
 
   made.add(directory.accounts());
   makeFolder(directory.accounts());
-  openStores(directory, true)->createAccount(options.account);
+  createAccount(directory, options.account);
 
   ConfigurationValues values;
   values.dataDirectory = configurationInside ? "." : directory.path();

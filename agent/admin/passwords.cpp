@@ -61,8 +61,9 @@ Secret readLine(int descriptor) {
 Secret ask(const std::string& question) {
   constexpr char kCtrlC = 3;
   constexpr char kCtrlBackslash = 28;
-  std::cerr << question << std::flush;
+  // Hidden before the question appears: somebody who answers at once is not seen either.
   const HiddenInput hidden;
+  std::cerr << question << std::flush;
   Secret answer = readLine(STDIN_FILENO);
   std::cerr << '\n';
   if (answer.view().find(kCtrlC) != std::string_view::npos ||

@@ -163,7 +163,10 @@ void serve(const ServeOptions& options) {
   } catch (const std::exception& error) {
     // Standard error hears of it from main().
     if (!values->logFile.empty()) log.error(error.what());
-    throw;
+    if (statusOf(error) != ExitStatus::Damaged) throw;
+    throw AdminError(ExitStatus::Damaged,
+                     std::string(error.what()) +
+                         "; noxd verify says more, and noxd restore brings a backup back");
   }
 }
 

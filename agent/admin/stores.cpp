@@ -14,4 +14,13 @@ std::unique_ptr<StoreEngine> openStores(const DataDirectory& directory, bool syn
   return makeSqliteEngine(directory.accounts(), std::move(options));
 }
 
+void createAccount(const DataDirectory& directory, const std::string& account) {
+  try {
+    openStores(directory, true)->createAccount(account);
+  } catch (const StoreError& error) {
+    throw StoreError(error.kind(), "account " + account + " cannot be made: " + error.what(),
+                     error.status());
+  }
+}
+
 }  // namespace nox::agent

@@ -13,6 +13,7 @@
 #include <utility>
 
 #include "agent/names.h"
+#include "agent/store/sqlite/sqlite_error.h"
 #include "agent/store/store.h"
 
 namespace nox::agent {
@@ -38,24 +39,7 @@ struct CloseDatabase {
 using Database = std::unique_ptr<sqlite3, CloseDatabase>;
 
 [[noreturn]] void fail(const std::string& file, sqlite3* database, int code) {
-  StoreError::Kind kind = StoreError::Kind::Failed;
-  switch (code & 0xFF) {
-    case SQLITE_FULL:
-      kind = StoreError::Kind::Full;
-      break;
-    case SQLITE_CORRUPT:
-    case SQLITE_NOTADB:
-      kind = StoreError::Kind::Damaged;
-      break;
-    case SQLITE_BUSY:
-    case SQLITE_LOCKED:
-      kind = StoreError::Kind::Busy;
-      break;
-    default:
-      break;
-  }
-  throw StoreError(kind, file + ": " + (database ? sqlite3_errmsg(database) : sqlite3_errstr(code)),
-                   code);
+  throw storeError(database, code, file);
 }
 
 /// Prepared, bound from left to right, and stepped through.

@@ -23,6 +23,9 @@ StoreError::Kind storeErrorKind(int extendedCode, int systemError) {
       return Kind::NotANumber;
     case SQLITE_IOERR_CORRUPTFS:
       return Kind::Damaged;
+    // The memory that processes share could not grow; the system's own error is not kept.
+    case SQLITE_IOERR_SHMSIZE:
+      return Kind::Full;
     default:
       break;
   }
@@ -58,8 +61,12 @@ StoreError storeError(sqlite3* db, int code, const std::string& what) {
   const char* reason = isOwn ? sqlite3_errmsg(db) : sqlite3_errstr(code);
   const int reported = isOwn ? extended : code;
   const int systemError = db != nullptr ? sqlite3_system_errno(db) : 0;
-  return StoreError(storeErrorKind(reported, systemError),
-                    what.empty() ? std::string(reason) : what + ": " + reason, reported);
+  const StoreError::Kind kind = storeErrorKind(reported, systemError);
+  // The words for a failed write do not say that it is for lack of room.
+  if (kind == StoreError::Kind::Full && (reported & kPrimaryCode) == SQLITE_IOERR) {
+    reason = "there is no room on the disk";
+  }
+  return StoreError(kind, what.empty() ? std::string(reason) : what + ": " + reason, reported);
 }
 
 }  // namespace nox::agent
