@@ -146,6 +146,7 @@ Invocation parseCommandLine(const std::vector<std::string>& words) {
   app.add_flag("-h,--help", help);
   app.add_flag("--version", version);
   app.add_option("--script", invocation.script);
+  app.add_flag("--echo", invocation.echo);
   for (const OptionSpec& option : commonOptions()) addOption(app, option, invocation.common);
   for (const CommandSpec& command : commands()) {
     if (command.promptOnly) continue;
@@ -230,6 +231,7 @@ std::string helpText(const CommandSpec* command) {
   text += "\nOptions:\n";
   addOptions(text, commonOptions());
   addEntry(text, "    --script FILE", "run the statements of a file; \"-\" is standard input");
+  addEntry(text, "    --echo", "print the statements of a script before what they give");
   addEntry(text, "-h,--help", "this text, or that of a subcommand");
   addEntry(text, "    --version", "the version");
   text +=

@@ -16,6 +16,7 @@ struct Invocation {
   Arguments common;
   Arguments arguments;
   std::string script;  // of a prompt: the file with its statements
+  bool echo = false;   // and whether they are printed
 };
 
 /// `words` without the program's name. Common options stand before or behind the subcommand's name.

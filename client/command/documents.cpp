@@ -20,6 +20,7 @@ const std::vector<OptionSpec>& programOptions() {
        "run the statements of a file; - is standard input",
        {},
        Names::LocalFile},
+      {"--echo", "", "", "print the statements of a script before what they give", {}},
       {"--help", "-h", "", "help, of the whole or of a subcommand", {}},
       {"--version", "", "", "the version", {}},
   };

@@ -32,9 +32,9 @@ int runInvocation(const Invocation& invocation) {
   if (invocation.kind == Invocation::Kind::Run) {
     return guarded(context, [&] { return invocation.command->run(context, invocation.arguments); });
   }
-  if (!invocation.script.empty()) return runScript(context, invocation.script);
+  if (!invocation.script.empty()) return runScript(context, invocation.script, invocation.echo);
   if (isatty(STDIN_FILENO) == 1) return runPrompt(context);
-  return runScript(context, "-");
+  return runScript(context, "-", invocation.echo);
 }
 
 }  // namespace

@@ -244,7 +244,7 @@ int runPrompt(Context& context) {
   return kDone;
 }
 
-int runScript(Context& context, const std::string& path) {
+int runScript(Context& context, const std::string& path, bool echo) {
   context.setSession();
   return guarded(context, [&] {
     LineReader lines(path);
@@ -252,6 +252,7 @@ int runScript(Context& context, const std::string& path) {
     Interpreter interpreter(context);
     std::string line;
     while (!interpreter.isOver() && lines.next(line)) {
+      if (echo) context.out().write((statements.isOpen() ? "-> " : "=> ") + line + "\n");
       const auto statement = statements.add(line);
       if (!statement) continue;
       const int status = interpreter.run(*statement);

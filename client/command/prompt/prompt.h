@@ -14,6 +14,6 @@ int runPrompt(Context& context);
 
 /// Reads statements from a file, or standard input for "-". The first error ends the script with
 /// its status.
-int runScript(Context& context, const std::string& path);
+int runScript(Context& context, const std::string& path, bool echo);
 
 }  // namespace nox::command

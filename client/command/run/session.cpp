@@ -90,11 +90,18 @@ int runConv(Context& context, const Arguments& arguments) {
   client::Connection& connection = context.connection();
   const std::string code = arguments.get("CODE");
   const bool input = arguments.has("--input");
-  const auto rows = context.rows(std::vector<OutputColumn>{{"DATA"}, {"RESULT"}});
+  // Bytes alone are of use only without what they were made from.
+  const bool raw = context.format() == Format::Raw;
+  const auto rows = raw ? context.rows(std::vector<OutputColumn>{{"RESULT"}})
+                        : context.rows(std::vector<OutputColumn>{{"DATA"}, {"RESULT"}});
   for (const std::string& data : arguments.all("DATA")) {
     const std::string result =
         input ? connection.convertInput(data, code) : connection.convertOutput(data, code);
-    rows->row({data, result});
+    if (raw) {
+      rows->row({result});
+    } else {
+      rows->row({data, result});
+    }
   }
   rows->end();
   return kDone;
