@@ -14,13 +14,13 @@
 
 namespace nox::agent {
 
-using namespace noxp::remote;
+namespace remote = noxp::remote;
 
 namespace {
 
-ToviResponseProt status(DataAccess::Status outcome) { return {outcome, nullptr}; }
+remote::ToviResponseProt status(DataAccess::Status outcome) { return {outcome, nullptr}; }
 
-void readRecord(Session& session, ReadRecordRequestProt& request, Reply& reply) {
+void readRecord(Session& session, remote::ReadRecordRequestProt& request, Reply& reply) {
   auto record = std::make_unique<NOXPBlob>();
   const DataAccess::Status outcome = session.data().read(
       textOf(request.getFileName()), textOf(request.getRecordId()), request.getReadMode(), *record);
@@ -30,46 +30,47 @@ void readRecord(Session& session, ReadRecordRequestProt& request, Reply& reply) 
   if (record->length() + kAround > session.frameCap()) {
     throw Failure("IE", "008", "the record is longer than a frame may be");
   }
-  reply.send(ToviResponseProt(outcome, record.release()));
+  reply.send(remote::ToviResponseProt(outcome, record.release()));
 }
 
-void writeRecord(Session& session, WriteRecordRequestProt& request, Reply& reply) {
+void writeRecord(Session& session, remote::WriteRecordRequestProt& request, Reply& reply) {
   reply.send(
       status(session.data().write(textOf(request.getFileName()), textOf(request.getRecordId()),
                                   bytesOf(request.getRecord()), request.getWriteMode())));
 }
 
-void deleteRecord(Session& session, DeleteRecordRequestProt& request, Reply& reply) {
+void deleteRecord(Session& session, remote::DeleteRecordRequestProt& request, Reply& reply) {
   reply.send(
       status(session.data().remove(textOf(request.getFileName()), textOf(request.getRecordId()))));
 }
 
-void existsRecord(Session& session, ExistsRecordRequestProt& request, Reply& reply) {
+void existsRecord(Session& session, remote::ExistsRecordRequestProt& request, Reply& reply) {
   reply.send(
       status(session.data().exists(textOf(request.getFileName()), textOf(request.getRecordId()))));
 }
 
-void releaseRecordLock(Session& session, ReleaseRecordLockRequestProt& request, Reply& reply) {
+void releaseRecordLock(Session& session, remote::ReleaseRecordLockRequestProt& request,
+                       Reply& reply) {
   session.data().release(request.getLockMode(), textOf(request.getFileName()),
                          textOf(request.getRecordId()));
   reply.send(OKResponseProt());
 }
 
-void readCommon(Session& session, ReadCommonRequestProt& request, Reply& reply) {
+void readCommon(Session& session, remote::ReadCommonRequestProt& request, Reply& reply) {
   const std::string value = namedCommon(session, textOf(request.getName()));
   const NOXPBlob bytes(value.data(), value.size());
-  reply.send(ReadCommonResponseProt(&bytes));
+  reply.send(remote::ReadCommonResponseProt(&bytes));
 }
 
 }  // namespace
 
 void registerRecordRequests(Dispatcher& dispatcher) {
-  dispatcher.on<ReadRecordRequestProt>("ReadRecord", readRecord);
-  dispatcher.on<WriteRecordRequestProt>("WriteRecord", writeRecord);
-  dispatcher.on<DeleteRecordRequestProt>("DeleteRecord", deleteRecord);
-  dispatcher.on<ExistsRecordRequestProt>("ExistsRecord", existsRecord);
-  dispatcher.on<ReleaseRecordLockRequestProt>("ReleaseRecordLock", releaseRecordLock);
-  dispatcher.on<ReadCommonRequestProt>("ReadCommon", readCommon);
+  dispatcher.on<remote::ReadRecordRequestProt>("ReadRecord", readRecord);
+  dispatcher.on<remote::WriteRecordRequestProt>("WriteRecord", writeRecord);
+  dispatcher.on<remote::DeleteRecordRequestProt>("DeleteRecord", deleteRecord);
+  dispatcher.on<remote::ExistsRecordRequestProt>("ExistsRecord", existsRecord);
+  dispatcher.on<remote::ReleaseRecordLockRequestProt>("ReleaseRecordLock", releaseRecordLock);
+  dispatcher.on<remote::ReadCommonRequestProt>("ReadCommon", readCommon);
 }
 
 }  // namespace nox::agent

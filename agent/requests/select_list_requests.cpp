@@ -10,28 +10,29 @@
 
 namespace nox::agent {
 
-using namespace noxp::remote;
+namespace remote = noxp::remote;
 
 namespace {
 
-void fetch(Session& session, SelectListFetchRequestProt& request, Reply& reply) {
+void fetch(Session& session, remote::SelectListFetchRequestProt& request, Reply& reply) {
   SelectLists& lists = session.lists();
-  if (SelectListProt* const modified = request.getModifiedSelectList()) lists.commit(*modified);
-  reply.send(
-      SelectListFetchResponseProt(lists
-                                      .fetch(request.getSelectListId(), request.getFetchDirection(),
-                                             request.getFetchSize(), request.getFetchData())
-                                      .release()));
+  if (remote::SelectListProt* const modified = request.getModifiedSelectList())
+    lists.commit(*modified);
+  reply.send(remote::SelectListFetchResponseProt(
+      lists
+          .fetch(request.getSelectListId(), request.getFetchDirection(), request.getFetchSize(),
+                 request.getFetchData())
+          .release()));
 }
 
-void commit(Session& session, SelectListCommitRequestProt& request, Reply& reply) {
-  if (SelectListProt* const modified = request.getModifiedSelectList()) {
+void commit(Session& session, remote::SelectListCommitRequestProt& request, Reply& reply) {
+  if (remote::SelectListProt* const modified = request.getModifiedSelectList()) {
     session.lists().commit(*modified);
   }
   reply.send(OKResponseProt());
 }
 
-void close(Session& session, SelectListCloseRequestProt& request, Reply& reply) {
+void close(Session& session, remote::SelectListCloseRequestProt& request, Reply& reply) {
   session.lists().close(request.getSelectListId());
   reply.send(OKResponseProt());
 }
@@ -39,9 +40,9 @@ void close(Session& session, SelectListCloseRequestProt& request, Reply& reply) 
 }  // namespace
 
 void registerSelectListRequests(Dispatcher& dispatcher) {
-  dispatcher.on<SelectListFetchRequestProt>("SelectListFetch", fetch);
-  dispatcher.on<SelectListCommitRequestProt>("SelectListCommit", commit);
-  dispatcher.on<SelectListCloseRequestProt>("SelectListClose", close);
+  dispatcher.on<remote::SelectListFetchRequestProt>("SelectListFetch", fetch);
+  dispatcher.on<remote::SelectListCommitRequestProt>("SelectListCommit", commit);
+  dispatcher.on<remote::SelectListCloseRequestProt>("SelectListClose", close);
 }
 
 }  // namespace nox::agent

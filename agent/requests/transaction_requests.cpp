@@ -12,46 +12,46 @@
 
 namespace nox::agent {
 
-using namespace noxp::remote;
-using noxp::sql::TransactionCommitRequestProt;
-using noxp::sql::TransactionRollbackRequestProt;
-using noxp::sql::TransactionStartRequestProt;
+namespace remote = noxp::remote;
+namespace sql = noxp::sql;
 
 namespace {
 
-void begin(Session& session, TransactionStartRequestProt& request, Reply& reply) {
+void begin(Session& session, sql::TransactionStartRequestProt& request, Reply& reply) {
   session.transactions().begin(request.getIsolationLevel());
   reply.send(OKResponseProt());
 }
 
-void commit(Session& session, TransactionCommitRequestProt& /*request*/, Reply& reply) {
+void commit(Session& session, sql::TransactionCommitRequestProt& /*request*/, Reply& reply) {
   session.transactions().commit();
   reply.send(OKResponseProt());
 }
 
-void rollback(Session& session, TransactionRollbackRequestProt& /*request*/, Reply& reply) {
+void rollback(Session& session, sql::TransactionRollbackRequestProt& /*request*/, Reply& reply) {
   session.transactions().rollback();
   reply.send(OKResponseProt());
 }
 
-void beginRemote(Session& session, BeginTransactionRequestProt& /*request*/, Reply& reply) {
+void beginRemote(Session& session, remote::BeginTransactionRequestProt& /*request*/, Reply& reply) {
   constexpr int kStoreDefault = 0;
   session.transactions().begin(kStoreDefault);
-  reply.send(TransactionResponseProt());
+  reply.send(remote::TransactionResponseProt());
 }
 
-void commitRemote(Session& session, CommitTransactionRequestProt& /*request*/, Reply& reply) {
+void commitRemote(Session& session, remote::CommitTransactionRequestProt& /*request*/,
+                  Reply& reply) {
   session.transactions().commit();
-  reply.send(TransactionResponseProt());
+  reply.send(remote::TransactionResponseProt());
 }
 
-void rollbackRemote(Session& session, RollbackTransactionRequestProt& /*request*/, Reply& reply) {
+void rollbackRemote(Session& session, remote::RollbackTransactionRequestProt& /*request*/,
+                    Reply& reply) {
   session.transactions().rollback();
-  reply.send(TransactionResponseProt());
+  reply.send(remote::TransactionResponseProt());
 }
 
-BranchId branchOf(const XARequestProt& request) {
-  const XAXidProt* const xid = request.getXid();
+BranchId branchOf(const remote::XARequestProt& request) {
+  const remote::XAXidProt* const xid = request.getXid();
   if (!xid) return {};
   return {xid->getFormat(), std::string(textOf(xid->getTransactionId()))};
 }
@@ -60,28 +60,29 @@ BranchId branchOf(const XARequestProt& request) {
 template <class Request, void (Transactions::*step)(const BranchId&)>
 void onBranch(Session& session, Request& request, Reply& reply) {
   (session.transactions().*step)(branchOf(request));
-  reply.send(TransactionResponseProt());
+  reply.send(remote::TransactionResponseProt());
 }
 
 }  // namespace
 
 void registerTransactionRequests(Dispatcher& dispatcher) {
-  dispatcher.on<TransactionStartRequestProt>("TransactionStart", begin).isSql = true;
-  dispatcher.on<TransactionCommitRequestProt>("TransactionCommit", commit).isSql = true;
-  dispatcher.on<TransactionRollbackRequestProt>("TransactionRollback", rollback).isSql = true;
-  dispatcher.on<BeginTransactionRequestProt>("BeginTransaction", beginRemote);
-  dispatcher.on<CommitTransactionRequestProt>("CommitTransaction", commitRemote);
-  dispatcher.on<RollbackTransactionRequestProt>("RollbackTransaction", rollbackRemote);
-  dispatcher.on<XAStartTransactionRequestProt>(
-      "XAStart", onBranch<XAStartTransactionRequestProt, &Transactions::startBranch>);
-  dispatcher.on<XAEndTransactionRequestProt>(
-      "XAEnd", onBranch<XAEndTransactionRequestProt, &Transactions::endBranch>);
-  dispatcher.on<XAPrepareTransactionRequestProt>(
-      "XAPrepare", onBranch<XAPrepareTransactionRequestProt, &Transactions::prepareBranch>);
-  dispatcher.on<XACommitTransactionRequestProt>(
-      "XACommit", onBranch<XACommitTransactionRequestProt, &Transactions::commitBranch>);
-  dispatcher.on<XARollbackTransactionRequestProt>(
-      "XARollback", onBranch<XARollbackTransactionRequestProt, &Transactions::rollbackBranch>);
+  dispatcher.on<sql::TransactionStartRequestProt>("TransactionStart", begin).isSql = true;
+  dispatcher.on<sql::TransactionCommitRequestProt>("TransactionCommit", commit).isSql = true;
+  dispatcher.on<sql::TransactionRollbackRequestProt>("TransactionRollback", rollback).isSql = true;
+  dispatcher.on<remote::BeginTransactionRequestProt>("BeginTransaction", beginRemote);
+  dispatcher.on<remote::CommitTransactionRequestProt>("CommitTransaction", commitRemote);
+  dispatcher.on<remote::RollbackTransactionRequestProt>("RollbackTransaction", rollbackRemote);
+  dispatcher.on<remote::XAStartTransactionRequestProt>(
+      "XAStart", onBranch<remote::XAStartTransactionRequestProt, &Transactions::startBranch>);
+  dispatcher.on<remote::XAEndTransactionRequestProt>(
+      "XAEnd", onBranch<remote::XAEndTransactionRequestProt, &Transactions::endBranch>);
+  dispatcher.on<remote::XAPrepareTransactionRequestProt>(
+      "XAPrepare", onBranch<remote::XAPrepareTransactionRequestProt, &Transactions::prepareBranch>);
+  dispatcher.on<remote::XACommitTransactionRequestProt>(
+      "XACommit", onBranch<remote::XACommitTransactionRequestProt, &Transactions::commitBranch>);
+  dispatcher.on<remote::XARollbackTransactionRequestProt>(
+      "XARollback",
+      onBranch<remote::XARollbackTransactionRequestProt, &Transactions::rollbackBranch>);
 }
 
 }  // namespace nox::agent
