@@ -476,27 +476,6 @@ void LockTable::cancel(LockOwner owner) {
   if (cancelled.wait) cancelled.wait->changed.notify_one();
 }
 
-bool LockTable::isHeldByOther(LockOwner owner, const RecordLock& record) const {
-  const std::lock_guard<std::mutex> lock(impl_->mutex);
-  Impl::PartLocks* const part = impl_->findPart(record.account, record.file);
-  if (!part) return false;
-  if (part->holder && part->holder->id != owner) return true;
-  const auto found = part->records.find(record.id);
-  if (found == part->records.end()) return false;
-  const std::vector<Impl::Holder>& holders = found->second.holders;
-  return std::any_of(holders.begin(), holders.end(),
-                     [&](const Impl::Holder& holder) { return holder.owner->id != owner; });
-}
-
-bool LockTable::isAnyHeldByOther(LockOwner owner, const std::string& account,
-                                 const FilePart& file) const {
-  const std::lock_guard<std::mutex> lock(impl_->mutex);
-  Impl::PartLocks* const part = impl_->findPart(account, file);
-  if (!part) return false;
-  if (part->holder) return part->holder->id != owner;
-  return !Impl::isFreeOfOthers(*part, impl_->findOwner(owner));
-}
-
 std::vector<HeldLock> LockTable::heldBy(LockOwner owner) const {
   const std::lock_guard<std::mutex> lock(impl_->mutex);
   std::vector<HeldLock> locks;

@@ -73,9 +73,6 @@ public:
   /// Ends the wait of `owner`, which is to end, as Locked, and all that it would wait for later.
   void cancel(LockOwner owner);
 
-  bool isHeldByOther(LockOwner owner, const RecordLock& record) const;
-  /// Whether somebody else holds any record of the part.
-  bool isAnyHeldByOther(LockOwner owner, const std::string& account, const FilePart& file) const;
   std::vector<HeldLock> heldBy(LockOwner owner) const;
   /// All locks of an account (or of one file of it), ordered by file, part, id and owner.
   std::vector<HeldLock> list(const std::string& account, const std::string& file = {}) const;
