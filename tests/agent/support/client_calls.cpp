@@ -99,7 +99,8 @@ std::string ClientCalls::say(noxp::RequestProt& request) {
   const std::string error = errorOf(*reply);
   if (!error.empty()) return error;
   if (dynamic_cast<OKResponseProt*>(reply.get()) ||
-      dynamic_cast<TransactionResponseProt*>(reply.get())) {
+      dynamic_cast<TransactionResponseProt*>(reply.get()) ||
+      dynamic_cast<noxp::common::SetPropertiesResponseProt*>(reply.get())) {
     return "OK";
   }
   if (const auto* const tovi = dynamic_cast<ToviResponseProt*>(reply.get())) {
@@ -214,6 +215,12 @@ std::string ClientCalls::xaCommit(const char* id, int format) {
 }
 std::string ClientCalls::xaRollback(const char* id, int format) {
   return sayBranch<XARollbackTransactionRequestProt>(*this, id, format);
+}
+
+std::string ClientCalls::set(const char* key, const char* value) {
+  Properties properties;
+  properties.setProperty(key, value);
+  return say(noxp::common::SetPropertiesRequestProt(properties));
 }
 
 std::string ClientCalls::run(const char* command) {

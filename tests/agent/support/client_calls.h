@@ -21,7 +21,7 @@ std::string describe(noxp::remote::SelectListProt* list);
 
 /// Speaks for one session; how requests get there is the subclass's.
 ///
-/// Answers read: "OK" for an OKResponseProt and a TransactionResponseProt, the status and the
+/// Answers read: "OK" for the replies that carry nothing, the status and the
 /// record in quotes for a ToviResponseProt ("0 'body'"), what `errorOf` says for an error.
 class ClientCalls {
 public:
@@ -75,6 +75,8 @@ public:
   std::string xaCommit(const char* id, int format = 1);
   std::string xaRollback(const char* id, int format = 1);
 
+  /// Sets one property of the session.
+  std::string set(const char* key, const char* value);
   /// A command line; its output with "|" for attribute marks.
   std::string run(const char* command);
 
