@@ -39,7 +39,7 @@ auto inStore(const Code& code, Work work) {
 }
 
 [[noreturn]] void failWithoutFile(const FilePart& file, const Code& code) {
-  throw Failure(code.sqlClass, code.sqlSubClass, "there is no file \"" + file.file + "\"");
+  throw Failure(code.sqlClass, code.sqlSubClass, "there is no file " + file.file);
 }
 
 }  // namespace

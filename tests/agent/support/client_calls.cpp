@@ -114,7 +114,7 @@ std::string ClientCalls::say(noxp::RequestProt& request) {
 }
 
 std::string ClientCalls::open(const char* file) { return say(OpenFileRequestProt(file)); }
-std::string ClientCalls::close(const char* file) { return say(CloseFileRequestProt(file)); }
+std::string ClientCalls::closeFile(const char* file) { return say(CloseFileRequestProt(file)); }
 std::string ClientCalls::clear(const char* file) { return say(ClearFileRequestProt(file)); }
 
 std::string ClientCalls::read(const char* file, const char* id, int mode) {

@@ -46,7 +46,7 @@ public:
   }
 
   std::string open(const char* file);
-  std::string close(const char* file);
+  std::string closeFile(const char* file);
   std::string clear(const char* file);
   std::string read(const char* file, const char* id, int mode = 0);
   std::string write(const char* file, const char* id, std::string_view body, int mode = 0);

@@ -35,9 +35,9 @@ TEST_F(WireFiles, OthersDoNot) {
 }
 
 TEST_F(WireFiles, ClosingIsAlwaysFine) {
-  EXPECT_EQ(ann().close(file()), "OK");
-  EXPECT_EQ(ann().close("NONE"), "OK");
-  EXPECT_EQ(ann().close(""), "OK");
+  EXPECT_EQ(ann().closeFile(file()), "OK");
+  EXPECT_EQ(ann().closeFile("NONE"), "OK");
+  EXPECT_EQ(ann().closeFile(""), "OK");
 }
 
 TEST_F(WireFiles, ClearingDeletesEveryRecordOfThePart) {
@@ -102,11 +102,13 @@ TEST_F(WireFiles, ASelectionCarriesNeitherRecordNorData) {
 
 TEST_F(WireFiles, AnOldClientIsGivenEveryKeyAtOnce) {
   std::string all;
+  ann().begin();
   for (int i = 1000; i < 2500; ++i) {
     const std::string id = std::to_string(i);
     ASSERT_EQ(ann().write(file(), id.c_str(), ""), "0");
     all += " " + id;
   }
+  ann().commit();
   EXPECT_EQ(ann().select(file(), 0), "0:" + all);
 }
 
@@ -152,10 +154,12 @@ TEST_F(WireFilesInSmallFrames, MoreKeysThanAFrameHoldsAreFetchedOrRefused) {
   client.logIn();
   ASSERT_NE(client.run("CREATE-FILE F"), "IE/011");
   constexpr int kKeys = 300;  // of 255 bytes: more than 64 KiB
+  client.begin();
   for (int i = 0; i < kKeys; ++i) {
     const std::string id = std::to_string(1000 + i) + std::string(251, 'k');
     ASSERT_EQ(client.write("F", id.c_str(), ""), "0");
   }
+  client.commit();
   EXPECT_EQ(client.select("F", 0), "IE/007");
   noxp::remote::SelectFileRequestProt select("F");
   select.setClassVersion(1);

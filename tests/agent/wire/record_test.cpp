@@ -109,7 +109,7 @@ TEST_F(WireRecords, AMissingFileHasACodePerRequest) {
 TEST_F(WireRecords, TheMessageSaysWhatIsWrong) {
   ReadRecordRequestProt request(0, "NONE", "K");
   EXPECT_EQ(messageOf(*ann().ask(request)),
-            "An error occurred while reading file: there is no file \"NONE\"");
+            "An error occurred while reading file: there is no file NONE");
 }
 
 TEST_F(WireRecords, IdsAreUtf8TextWithoutMarks) {

@@ -118,8 +118,8 @@ TEST_F(WireTransactions, ALostConnectionRollsBack) {
 
 TEST_F(WireTransactions, TheAccountIsNotSwitchedInside) {
   ann().begin();
-  noxp::remote::SwitchAccountRequestProt request(
-      new AccountUserCredentialsProt(NoxdProcess::kUser, "MAIN", NoxdProcess::kPassword));
+  noxp::remote::SwitchAccountRequestProt request(NoxdProcess::kUser, "MAIN",
+                                                 NoxdProcess::kPassword);
   EXPECT_EQ(ann().say(request), "25/000");
 }
 
