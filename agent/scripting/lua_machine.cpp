@@ -60,7 +60,7 @@ struct LuaInside {
         machine.steps_ -= kInstructionsPerTick;
       }
     }
-    if (!machine.tick()) luaL_error(state, kOver);
+    if (!machine.tick()) LuaMachine::stop(state);
   }
 
   /// Runs `body`, which Lua's errors may end, and answers how it went. `body` gets an empty stack;
@@ -223,6 +223,18 @@ struct LuaInside {
     }
   }
 
+  /// "name:line: " of the innermost function of a coroutine that an error ended; its calls are
+  /// still there. Empty where none has lines.
+  static std::string placeOf(lua_State* state) {
+    lua_Debug frame;
+    for (int level = 0; lua_getstack(state, level, &frame) != 0; ++level) {
+      if (lua_getinfo(state, "Sl", &frame) != 0 && frame.currentline > 0) {
+        return std::string(frame.short_src) + ":" + std::to_string(frame.currentline) + ": ";
+      }
+    }
+    return {};
+  }
+
   /// The text of an error object, which stays on the stack.
   static std::string_view errorText(lua_State* state) {
     if (lua_type(state, -1) != LUA_TSTRING) return "an error that is no text";
@@ -245,6 +257,12 @@ std::string decimalText(double number) {
 
 LuaMachine& LuaMachine::of(lua_State* state) {
   return **static_cast<LuaMachine**>(lua_getextraspace(state));
+}
+
+int LuaMachine::stop(lua_State* state) {
+  // From now on before each instruction: who catches the error gets no further.
+  lua_sethook(state, &LuaInside::hook, LUA_MASKCOUNT, 1);
+  return luaL_error(state, kOver);
 }
 
 void LuaMachine::Closer::operator()(lua_State* state) const { lua_close(state); }
@@ -359,18 +377,25 @@ void LuaMachine::failAs(const char* sqlClass, const char* sqlSubClass) {
 
 void LuaMachine::throwVerdict() {
   if (refused_) end(Verdict::OutOfMemory);
+  const auto fail = [this](const char* reason) {
+    throwError(LuaInside::placeOf(program_) + reason);
+  };
   switch (verdict_) {
     case Verdict::None:
     case Verdict::Aborted:
       return;
     case Verdict::Interrupted:
-      throwError("interrupted");
+      fail("interrupted");
+      break;
     case Verdict::TimedOut:
-      throwError("it takes longer than STATEMENT_TIMEOUT allows");
+      fail("it takes longer than STATEMENT_TIMEOUT allows");
+      break;
     case Verdict::OutOfMemory:
-      throwError("it needs more than 64 MiB of memory");
+      fail("it needs more than 64 MiB of memory");
+      break;
     case Verdict::TooManySteps:
-      throwError("it takes too many steps");
+      fail("it takes too many steps");
+      break;
     case Verdict::Failed:
       std::rethrow_exception(failure_);
   }
@@ -567,7 +592,7 @@ std::string_view LuaCall::text(int index) {
       return {text, size};
     }
     case LUA_TNUMBER:
-      return numbers_.emplace_back(lua_isinteger(state_, index)
+      return numbers_.emplace_front(lua_isinteger(state_, index)
                                        ? std::to_string(lua_tointeger(state_, index))
                                        : decimalText(lua_tonumber(state_, index)));
     default:

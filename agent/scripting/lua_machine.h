@@ -9,8 +9,8 @@
 
 #include <cstddef>
 #include <cstdint>
-#include <deque>
 #include <exception>
+#include <forward_list>
 #include <memory>
 #include <stdexcept>
 #include <string>
@@ -122,7 +122,7 @@ private:
 
   LuaMachine& machine_;
   lua_State* state_;
-  std::deque<std::string> numbers_;  // texts of arguments that are numbers
+  std::forward_list<std::string> numbers_;  // texts of arguments that are numbers
 };
 
 /// See the head of this file. Belongs to its session's thread.
@@ -178,6 +178,8 @@ public:
 
   /// Whether the work may go on. Cheap enough to be asked every microsecond.
   bool tick() noexcept;
+  /// For Lua's own functions, after `tick` said no: raises the error that ends the program.
+  static int stop(lua_State* state);
   /// Whether the state is that of the program and not of a coroutine that it made.
   bool isProgram(const lua_State* state) const { return state == program_; }
   static LuaMachine& of(lua_State* state);

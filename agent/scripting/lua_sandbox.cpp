@@ -27,7 +27,7 @@ namespace {
 constexpr lua_Integer kLongestRange = LuaMemory::kMost / 16;
 
 void tick(lua_State* state) {
-  if (!LuaMachine::of(state).tick()) luaL_error(state, "the program is over");
+  if (!LuaMachine::of(state).tick()) LuaMachine::stop(state);
 }
 
 bool tickOf(void* machine) { return static_cast<LuaMachine*>(machine)->tick(); }
@@ -143,12 +143,13 @@ std::size_t startOf(lua_State* state, int index, std::size_t length) {
 /// Where the match that begins at `place` ends, or null; an error of the pattern is one of Lua.
 const char* matchAt(lua_State* state, PatternMatcher& matcher, const char* place) {
   const char* const end = matcher.matchAt(place);
-  if (!end && matcher.stopped()) luaL_error(state, "the program is over");
+  if (!end && matcher.stopped()) LuaMachine::stop(state);
   if (!end && matcher.error()) luaL_error(state, "%s", matcher.error());
   return end;
 }
 
 void pushCapture(lua_State* state, const char* subject, const PatternMatcher::Capture& capture) {
+  if (capture.isOpen) luaL_error(state, "unfinished capture");
   if (capture.isPosition) {
     lua_pushinteger(state, capture.begin - subject + 1);
   } else {

@@ -42,21 +42,27 @@ Position positionOf(LuaCall& call, int last) {
 }
 
 void extractField(LuaCall& call) {
-  call.answer(extract(call.text(1), positionOf(call, call.count())));
+  const std::string_view record = call.text(1);
+  call.answer(extract(record, positionOf(call, call.count())));
 }
 
 void replaceField(LuaCall& call) {
+  const std::string_view record = call.text(1);
   const int last = call.count();
-  call.answer(replace(call.text(1), positionOf(call, last - 1), call.text(last)));
+  const Position at = positionOf(call, last - 1);
+  call.answer(replace(record, at, call.text(last)));
 }
 
 void insertField(LuaCall& call) {
+  const std::string_view record = call.text(1);
   const int last = call.count();
-  call.answer(insert(call.text(1), positionOf(call, last - 1), call.text(last)));
+  const Position at = positionOf(call, last - 1);
+  call.answer(insert(record, at, call.text(last)));
 }
 
 void deleteField(LuaCall& call) {
-  call.answer(remove(call.text(1), positionOf(call, call.count())));
+  const std::string_view record = call.text(1);
+  call.answer(remove(record, positionOf(call, call.count())));
 }
 
 /// nox.dcount(text [, delimiter])

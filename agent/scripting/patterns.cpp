@@ -60,6 +60,9 @@ bool isInClass(unsigned char c, unsigned char name) {
     case 'x':
       in = isHex(c);
       break;
+    case 'z':  // an old name, still understood
+      in = c == 0;
+      break;
     default:
       return name == c;
   }
@@ -85,11 +88,7 @@ const char* PatternMatcher::matchAt(const char* place) {
   level_ = 0;
   depth_ = 0;
   const char* const end = match(place, pattern_);
-  if (!end || isOver()) return nullptr;
-  for (int i = 0; i < level_; ++i) {
-    if (open_[static_cast<std::size_t>(i)]) return fail("unfinished capture");
-  }
-  return end;
+  return isOver() ? nullptr : end;
 }
 
 bool PatternMatcher::spend(std::size_t work) {
@@ -188,8 +187,7 @@ const char* PatternMatcher::matchHere(const char* s, const char* p) {
 const char* PatternMatcher::openCapture(const char* s, const char* p, bool isPosition) {
   if (level_ == kMostCaptures) return fail("too many captures");
   const auto index = static_cast<std::size_t>(level_);
-  captures_[index] = Capture{s, 0, isPosition};
-  open_[index] = !isPosition;
+  captures_[index] = Capture{s, 0, isPosition, !isPosition};
   ++level_;
   const char* const end = match(s, p);
   if (!end) --level_;
@@ -198,13 +196,13 @@ const char* PatternMatcher::openCapture(const char* s, const char* p, bool isPos
 
 const char* PatternMatcher::closeCapture(const char* s, const char* p) {
   std::size_t index = static_cast<std::size_t>(level_);
-  while (index > 0 && !open_[index - 1]) --index;
+  while (index > 0 && !captures_[index - 1].isOpen) --index;
   if (index == 0) return fail("invalid pattern capture");
   Capture& capture = captures_[--index];
   capture.length = static_cast<std::size_t>(s - capture.begin);
-  open_[index] = false;
+  capture.isOpen = false;
   const char* const end = match(s, p);
-  if (!end) open_[index] = true;
+  if (!end) capture.isOpen = true;
   return end;
 }
 
@@ -225,10 +223,9 @@ const char* PatternMatcher::matchBalanced(const char* s, const char* p) {
 
 const char* PatternMatcher::matchCapture(const char* s, char digit) {
   const int index = digit - '1';
-  if (index < 0 || index >= level_ || open_[static_cast<std::size_t>(index)]) {
-    return fail("invalid capture index in pattern");
-  }
+  if (index < 0 || index >= level_) return fail("invalid capture index in pattern");
   const Capture& capture = captures_[static_cast<std::size_t>(index)];
+  if (capture.isOpen) return fail("invalid capture index in pattern");
   // A position has no text to find again.
   if (capture.isPosition) return nullptr;
   if (static_cast<std::size_t>(subjectEnd_ - s) < capture.length) return nullptr;

@@ -21,6 +21,7 @@ public:
     const char* begin = nullptr;
     std::size_t length = 0;
     bool isPosition = false;  // `()`: only where it begins counts
+    bool isOpen = false;      // the pattern has no `)` for it
   };
 
   /// `pattern` without the anchor `^`, which is the caller's to see to.
@@ -76,7 +77,6 @@ private:
   bool stopped_ = false;
   const char* error_ = nullptr;
   std::array<Capture, kMostCaptures> captures_;
-  std::array<bool, kMostCaptures> open_{};
 };
 
 }  // namespace nox::agent

@@ -23,8 +23,9 @@ namespace {
 
 constexpr char kSubroutines[] = "NOX.SUBS";
 constexpr int kDeepest = 32;
-// What the language's own limits let one program use of the thread's stack, with room to spare.
-constexpr std::size_t kStackOfOne = 640u * 1024u;
+// What the language's own limits let one program use of the thread's stack, and the store's what a
+// statement may use on top of that, with room to spare.
+constexpr std::size_t kStackOfOne = 1024u * 1024u;
 constexpr std::size_t kMostIterators = 16;
 constexpr std::size_t kKeysAtOnce = 1000;
 
@@ -149,13 +150,6 @@ private:
     arguments_ = machine_->arguments(arguments_.size());
     aborted_ = machine_->aborted();
     machine_.reset();
-    constexpr std::size_t kAround = 64;  // what stands beside an argument in a reply, at most
-    std::size_t bytes = 0;
-    for (const Argument& argument : arguments_)
-      bytes += kAround + (argument ? argument->size() : 0);
-    if (bytes + kAround > session_.frameCap()) {
-      throw Failure("IE", "003", "the parameters are longer than a reply may be");
-    }
   }
 
   // ScriptHost
