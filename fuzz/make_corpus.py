@@ -155,6 +155,40 @@ def agent_factory():
     seed("agent_factory", "commit", frame(obj(231, select_list([b"k"], [blob(b"v")], [1]))))
 
 
+def configurations():
+    example = (CORPUS.parent.parent / "agent" / "noxd.toml").read_text()
+    seed("configuration", "defaults", example.encode())
+    everything = "".join(line[1:] if line.startswith("#") and line[1:2].islower() else line
+                         for line in example.splitlines(keepends=True))
+    seed("configuration", "everything", everything.encode())
+    seed("configuration", "tls", b"""[server]
+listen = "[::]:0"
+plain_listener = false
+[tls]
+enabled = true
+certificate = "c.pem"
+key = "k.pem"
+client_ca = "ca.pem"
+require_client_certificate = true
+""")
+    seed("configuration", "mistakes", b"""timezone = 'UTC'
+server.max_conections = 5
+server.listen = "::1:7433"
+[sesion]
+lock_wait = 1
+[[tls]]
+[log.level]
+x = 1
+[store]
+synchronous = true
+""")
+    seed("configuration", "no-end", b"[server]\nlisten = \"127.0.0.1")
+    seed("configuration", "control-characters", b"[server]\n\"a\\u001B[2J\" = 1\nlisten = \"a\\u0000:1\"\n")
+    seed("configuration", "quoted-control-character", b"[server]\nl\xD1\x98\x1A``ver]\n")
+    seed("configuration", "no-utf-8", b"[server]\ntimezone = \"\xFE\xFC\"\n")
+    seed("configuration", "deep", b"x = " + b"[" * 500)
+
+
 def gzips():
     seed("gzip", "nothing", gzip(b""))
     seed("gzip", "text", gzip(b"a text, a text, a text"))
@@ -208,6 +242,7 @@ sql_factory()
 remote_factory()
 client_factory()
 agent_factory()
+configurations()
 gzips()
 http()
 strings()

@@ -78,12 +78,11 @@ bool hasControlCharacters(std::string_view text) {
   });
 }
 
-/// Names for messages: what a file says is shown in part and without what a terminal would obey.
-std::string shown(std::string_view text) {
-  constexpr std::size_t kLongest = 80;
+/// Texts for messages: what a file says is shown in part and without what a terminal would obey.
+std::string shown(std::string_view text, std::size_t longest = 80) {
   std::string result;
-  for (const char c : text.substr(0, kLongest)) result += hasControlCharacters({&c, 1}) ? '?' : c;
-  return text.size() > kLongest ? result + "..." : result;
+  for (const char c : text.substr(0, longest)) result += hasControlCharacters({&c, 1}) ? '?' : c;
+  return text.size() > longest ? result + "..." : result;
 }
 
 /// Takes "host:port" apart; `mistake` says what is wrong where nothing comes back.
@@ -134,7 +133,9 @@ public:
       const toml::table root = toml::parse(text, file_);
       for (const auto& [name, node] : root) readSection(name.str(), node, lineOf(name, node));
     } catch (const toml::parse_error& error) {
-      mistake(error.source().begin.line, std::string(error.description()));
+      // It may quote what the file says.
+      constexpr std::size_t kLongest = 400;
+      mistake(error.source().begin.line, shown(error.description(), kLongest));
       return;
     }
     checkTogether();

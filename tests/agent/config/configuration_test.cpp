@@ -267,6 +267,12 @@ TEST(Configuration, ShowsNothingThatATerminalWouldObeyAndNothingLong) {
   EXPECT_LT(mistakes[1].size(), 200U);
 }
 
+TEST(Configuration, ThatIsNoTomlIsShownWithoutControlCharactersToo) {
+  const std::vector<std::string> mistakes = mistakesIn("[server]\nl\x1A = 1\n");
+  ASSERT_THAT(mistakes, SizeIs(1));
+  EXPECT_EQ(mistakes[0].find('\x1A'), std::string::npos);
+}
+
 TEST(ConfigurationFile, ThatIsNotThereIsAMistake) {
   const TempDirectory directory;
   try {
