@@ -1,5 +1,7 @@
 #include "agent/sql/sql_failure.h"
 
+#include <optional>
+
 #include "agent/failure.h"
 #include "agent/session/data_access.h"
 
@@ -7,24 +9,32 @@ namespace nox::agent {
 
 void throwAsSqlFailure(const StoreError& error) {
   using Kind = StoreError::Kind;
+  const auto fail = [&](const char* sqlClass, const char* sqlSubClass) {
+    throw Failure(sqlClass, sqlSubClass, error.what(),
+                  error.status() != 0 ? std::optional(error.status()) : std::nullopt);
+  };
   switch (error.kind()) {
     case Kind::Syntax:
     case Kind::NotAllowed:
-      throw Failure("42", "000", error.what());
+      fail("42", "000");
+      break;
     case Kind::NoTable:
     case Kind::NoFile:
-      throw Failure("42", "S02", error.what());
+      fail("42", "S02");
+      break;
     case Kind::NoColumn:
-      throw Failure("42", "S22", error.what());
+      fail("42", "S22");
+      break;
     case Kind::Duplicate:
-      throw Failure("23", "000", error.what());
+      fail("23", "000");
+      break;
     case Kind::NotANumber:
-      throw Failure("22", "018", error.what());
-    case Kind::NotInBranch:
-      throw Failure("0A", "000", error.what());
+      fail("22", "018");
+      break;
     default:
-      throwAsFailure(error, "IE", "001");
+      break;
   }
+  throwAsFailure(error, "IE", "001");
 }
 
 }  // namespace nox::agent

@@ -19,6 +19,8 @@ constexpr std::string_view kInternalPrefix = "nox_";
 /// Between the name of a file and that of an item.
 constexpr std::string_view kItemSeparator = "__";
 
+constexpr const char* kNoPragmas = "pragmas are no business of a client";
+
 constexpr std::string_view kMissingTable = "no such table: ";
 constexpr std::string_view kMainSchema = "main.";
 
@@ -30,10 +32,11 @@ std::string lower(std::string_view text) {
   return result;
 }
 
-bool isInternal(const char* name) {
-  return name &&
-         isSameSqlName(std::string_view(name).substr(0, kInternalPrefix.size()), kInternalPrefix);
+bool beginsWith(std::string_view name, std::string_view prefix) {
+  return isSameSqlName(name.substr(0, prefix.size()), prefix);
 }
+
+bool isInternal(const char* name) { return name && beginsWith(name, kInternalPrefix); }
 
 bool contains(std::string_view text, std::string_view part) {
   return text.find(part) != std::string_view::npos;
@@ -44,7 +47,7 @@ std::string_view missingTable(std::string_view message) {
   const std::size_t at = message.find(kMissingTable);
   if (at == std::string_view::npos) return {};
   std::string_view name = message.substr(at + kMissingTable.size());
-  if (isSameSqlName(name.substr(0, kMainSchema.size()), kMainSchema)) {
+  if (beginsWith(name, kMainSchema)) {
     name.remove_prefix(kMainSchema.size());
   }
   return name;
@@ -169,13 +172,23 @@ void ClientStatements::giveBack(std::unique_ptr<ClientStatement> statement) noex
   if (kept_.size() > kMostKept) kept_.pop_back();
 }
 
+bool ClientStatements::step(ClientStatement& statement) {
+  const SqliteConnection::ClientSql client(connection_);
+  running_ = true;
+  const int code = sqlite3_step(statement.handle.get());
+  running_ = false;
+  if (code == SQLITE_ROW) return true;
+  if (code == SQLITE_DONE) return false;
+  throw error(code, false);
+}
+
 StoreError ClientStatements::error(int code, bool preparing) {
   using Kind = StoreError::Kind;
   const std::string refusal = std::exchange(refusal_, {});
   const StoreError plain = storeError(connection_.handle(), code);
+  if (!refusal.empty()) return StoreError(Kind::NotAllowed, refusal, plain.status());
   switch (plain.status() & kPrimaryCode) {
     case SQLITE_AUTH:
-      if (!refusal.empty()) return StoreError(Kind::NotAllowed, refusal, plain.status());
       if (connection_.isInBranch()) {
         return StoreError(Kind::NotInBranch, "tables cannot be defined in a branch",
                           plain.status());
@@ -206,7 +219,9 @@ void ClientStatements::noteRead(const char* table) {
   }
 }
 
-int ClientStatements::authorize(int action, const char* first, const char* second) {
+int ClientStatements::authorize(int action, const char* first, const char* second,
+                                const char* database) {
+  const bool isTemporary = database && isSameSqlName(database, "temp");
   switch (action) {
     case SQLITE_SELECT:
     case SQLITE_RECURSIVE:
@@ -222,10 +237,12 @@ int ClientStatements::authorize(int action, const char* first, const char* secon
       if (isInternal(first) || (first && isPrying(first))) {
         return refuse(std::string(first) + " is the store's own");
       }
+      if (first && beginsWith(first, "pragma_")) return refuse(kNoPragmas);
       noteRead(first);
       return SQLITE_OK;
     case SQLITE_CREATE_TABLE:
     case SQLITE_CREATE_VIEW:
+      if (isTemporary) return refuse("there are no temporary tables");
       if (first && !isInternal(first)) tablesMade_.emplace_back(first);
       [[fallthrough]];
     case SQLITE_INSERT:
@@ -246,7 +263,10 @@ int ClientStatements::authorize(int action, const char* first, const char* secon
     case SQLITE_SAVEPOINT:
       return refuse("transactions are begun and ended by requests of their own");
     case SQLITE_PRAGMA:
-      return refuse("pragmas are no business of a client");
+      // No statement of a client runs one, but what records the changes of a branch looks at a
+      // table in the middle of the statement that changes it.
+      if (running_ && first && beginsWith(first, "table_")) return SQLITE_OK;
+      return refuse(kNoPragmas);
     case SQLITE_ATTACH:
     case SQLITE_DETACH:
       return refuse("an account has one database");

@@ -65,11 +65,11 @@ public:
   /// All the tables that a file has for SQL; the first is its own.
   std::vector<FileTable> tablesOf(const std::string& file, std::int64_t number);
 
-  /// What went wrong with a client's statement: while it was prepared, or run.
-  StoreError error(int code, bool preparing);
+  /// True with a row, false at the end.
+  bool step(ClientStatement& statement);
 
   /// What an authorizer answers.
-  int authorize(int action, const char* first, const char* second);
+  int authorize(int action, const char* first, const char* second, const char* database);
 
 private:
   /// The state of the database: while it stays, so does what dictionaries say.
@@ -91,6 +91,8 @@ private:
 
   std::unique_ptr<ClientStatement> takeKept(const std::string& sql);
   std::unique_ptr<ClientStatement> prepare(const std::string& sql);
+  /// What went wrong with a client's statement: while it was prepared, or run.
+  StoreError error(int code, bool preparing);
   int refuse(std::string reason);
   void noteRead(const char* table);
   /// Whether the tables are still what they were when they were registered; those that are not are
@@ -110,6 +112,8 @@ private:
   const SqlConversions conversions_;
   std::list<std::unique_ptr<ClientStatement>> kept_;        // the last used first
   std::unordered_map<std::string, Registered> fileTables_;  // by name in small letters
+
+  bool running_ = false;  // a client's statement, that is; else one is prepared
 
   // Of the statement that is prepared now.
   std::vector<std::string> tablesRead_;

@@ -157,8 +157,8 @@ void prepareForClientSql(SqliteConnection& connection, const SqlConversions& con
 }
 
 int authorizeClientSql(SqliteConnection& connection, int action, const char* first,
-                       const char* second, const char* /*database*/, const char* /*trigger*/) {
-  return ClientStatements::of(connection).authorize(action, first, second);
+                       const char* second, const char* database, const char* /*trigger*/) {
+  return ClientStatements::of(connection).authorize(action, first, second, database);
 }
 
 std::unique_ptr<SqlStatement> SqliteSession::prepare(std::string_view sql, bool mustExist) {
@@ -232,7 +232,8 @@ std::vector<SqlColumn> SqliteSqlStatement::parameters() {
     for (int i = 1; i <= sqlite3_bind_parameter_count(statement); ++i) {
       SqlColumn parameter = columnOfType("TEXT");
       const char* const name = sqlite3_bind_parameter_name(statement, i);
-      parameter.name = name ? name : "?" + std::to_string(i);
+      // Without the sign in front, as ":name".
+      parameter.name = name && *name != '?' ? name + 1 : "?" + std::to_string(i);
       parameters.push_back(std::move(parameter));
     }
     return parameters;
@@ -259,7 +260,7 @@ void SqliteSqlStatement::read(const std::vector<SqlValue>& values) {
   Borrowed statement(*lease, sql_);
   bind(*lease, statement.handle(), values);
   // With the first row begins what the query sees.
-  if (!step(*lease, *statement)) return;
+  if (!ClientStatements::of(*lease).step(*statement)) return;
   statement_ = statement.keep();
   lease_ = std::move(lease);
   atFirst_ = true;
@@ -268,10 +269,11 @@ void SqliteSqlStatement::read(const std::vector<SqlValue>& values) {
 void SqliteSqlStatement::write(const std::vector<SqlValue>& values) {
   SqliteSession::Write write(session_);
   {
+    ClientStatements& statements = ClientStatements::of(write.connection());
     Borrowed statement(write.connection(), sql_);
     bind(write.connection(), statement.handle(), values);
     std::size_t bytes = 0;
-    while (step(write.connection(), *statement)) {
+    while (statements.step(*statement)) {
       ReturnedRow& row = returned_.emplace_back();
       for (const std::optional<std::string_view>& value : *rowOf(*statement)) {
         row.emplace_back();
@@ -292,14 +294,6 @@ void SqliteSqlStatement::write(const std::vector<SqlValue>& values) {
     throw;
   }
   std::reverse(returned_.begin(), returned_.end());
-}
-
-bool SqliteSqlStatement::step(SqliteConnection& connection, ClientStatement& statement) {
-  const SqliteConnection::ClientSql client(connection);
-  const int code = sqlite3_step(statement.handle.get());
-  if (code == SQLITE_ROW) return true;
-  if (code == SQLITE_DONE) return false;
-  throw ClientStatements::of(connection).error(code, false);
 }
 
 const SqlRow* SqliteSqlStatement::rowOf(ClientStatement& statement) {
@@ -344,7 +338,8 @@ const SqlRow* SqliteSqlStatement::next() {
   }
   if (!statement_) return nullptr;
   try {
-    if (std::exchange(atFirst_, false) || step(*lease_, *statement_)) return rowOf(*statement_);
+    if (std::exchange(atFirst_, false) || ClientStatements::of(*lease_).step(*statement_))
+      return rowOf(*statement_);
   } catch (...) {
     close();
     throw;

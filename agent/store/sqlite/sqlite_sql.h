@@ -52,7 +52,6 @@ private:
   auto prepared(Use use);
   void read(const std::vector<SqlValue>& values);
   void write(const std::vector<SqlValue>& values);
-  bool step(SqliteConnection& connection, ClientStatement& statement);
   const SqlRow* rowOf(ClientStatement& statement);
   void endWithTransaction() noexcept override;
 
