@@ -285,6 +285,8 @@ int ClientStatements::authorize(int action, const char* first, const char* secon
 // Files as tables.
 
 ClientStatements::Stamp ClientStatements::stamp() {
+  // A transaction may be rolled back, in whole or in part, and nothing would tell of it.
+  if (connection_.inTransaction()) return {-1, ++unmatched_};
   const StatementUse version(connection_.kept("PRAGMA data_version"));
   version->step();
   return {version->integer(0), connection_.totalChanges()};

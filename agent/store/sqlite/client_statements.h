@@ -72,7 +72,8 @@ public:
   int authorize(int action, const char* first, const char* second, const char* database);
 
 private:
-  /// The state of the database: while it stays, so does what dictionaries say.
+  /// The state of the database: while it stays, so does what dictionaries say. In a transaction
+  /// none is like another.
   struct Stamp {
     std::int64_t dataVersion = 0;  // changes of other connections
     std::int64_t ownChanges = 0;
@@ -113,6 +114,7 @@ private:
   std::list<std::unique_ptr<ClientStatement>> kept_;        // the last used first
   std::unordered_map<std::string, Registered> fileTables_;  // by name in small letters
 
+  std::int64_t unmatched_ = 0;
   bool running_ = false;  // a client's statement, that is; else one is prepared
 
   // Of the statement that is prepared now.
