@@ -127,14 +127,14 @@ std::int64_t DeadlineInputStream::readUntil(char* buf, int max,
   std::memcpy(buf, block_.get() + begin_, got);
   begin_ += got;
   while (got < wanted) {
-    const int count = transport_.receive(buf + got, wanted - got);
-    if (count == Transport::kEnded) break;
-    got += static_cast<std::size_t>(count);
-    if (got < wanted && deadline && *deadline <= Clock::now()) {
+    if (deadline && *deadline <= Clock::now()) {
       if (got > 0) break;
       errno = kErrnoTimeout;
       return -1;
     }
+    const int count = transport_.receive(buf + got, wanted - got);
+    if (count == Transport::kEnded) break;
+    got += static_cast<std::size_t>(count);
   }
   return static_cast<std::int64_t>(got);
 }

@@ -204,6 +204,15 @@ TEST(DeadlineInputStream, ReportsATimeOutAsStreamsDo) {
   EXPECT_EQ(errno, kErrnoTimeout);
 }
 
+TEST(DeadlineInputStream, ReportsATimeOutToAReaderOfSingleBytesThatNeverWaits) {
+  ScriptedTransport peer;
+  peer.endlessly("x");
+  DeadlineInputStream in(peer);
+  const auto begin = Transport::Clock::now();
+  in.setDeadline(begin + 30ms);
+  while (in.readChar() == 'x') ASSERT_LT(Transport::Clock::now() - begin, 10s);
+}
+
 TEST(DeadlineInputStream, ReportsTheEndAsStreamsDo) {
   ScriptedTransport peer;
   peer.bytes("ab");

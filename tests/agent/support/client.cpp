@@ -147,6 +147,12 @@ bool Client::echoes(std::size_t n) {
   return n == 0 || std::memcmp(reply->getBuffer()->getBuf(), request.getBuffer()->getBuf(), n) == 0;
 }
 
+std::string Client::monitor(const std::string& command) {
+  noxp::remote::MonitoringRequestProt request(command);
+  const auto reply = askFor<noxp::remote::MonitoringResponseProt>(request);
+  return reply ? reply->getResponse() : std::string();
+}
+
 void Client::send(Serializable& message) {
   MemoryBufferOutStream frame;
   BinaryWriter(&frame).writeRoot(message);

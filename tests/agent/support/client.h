@@ -45,6 +45,9 @@ public:
   /// Asks for an echo of `n` bytes; whether it comes back as it was.
   bool echoes(std::size_t n = 5);
 
+  /// What a monitoring command prints.
+  std::string monitor(const std::string& command);
+
   void send(Serializable& message);
   void send(Serializable&& message) { send(message); }
   /// False where the agent takes no more.
