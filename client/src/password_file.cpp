@@ -6,6 +6,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <cstdio>
 
 #include "client/src/descriptor.h"
 #include "client/src/socket.h"
@@ -33,7 +34,9 @@ std::string readPasswordFile(const std::string& file) {
   if (!S_ISREG(status.st_mode)) refuse(file, "is no plain file");
   if (status.st_uid != ::geteuid()) refuse(file, "belongs to somebody else");
   if ((status.st_mode & kForbidden) != 0) {
-    refuse(file, "may be read by others: its permissions must be 0600");
+    char permissions[8];
+    std::snprintf(permissions, sizeof permissions, "%04o", status.st_mode & 07777u);
+    refuse(file, std::string("has the permissions ") + permissions + "; they must be 0600");
   }
 
   std::string text(kLongest + 1, '\0');

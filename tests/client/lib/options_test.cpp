@@ -1,0 +1,125 @@
+// What the environment says, and what is stronger.
+#include <gtest/gtest.h>
+
+#include <map>
+#include <string>
+
+#include "nox/client/connection.h"
+#include "nox/client/error.h"
+#include "nox/client/options.h"
+#include "tests/client/support/environment.h"
+
+namespace nox::client {
+namespace {
+
+using std::chrono::milliseconds;
+using test::Environment;
+using Variables = Environment::Variables;
+
+TEST(Options, TakesEverySettingFromTheEnvironment) {
+  const Environment environment(Variables{{"NOX_USER", "anna"},
+                                          {"NOX_HOST", "a,b:2"},
+                                          {"NOX_PORT", "1"},
+                                          {"NOX_ACCOUNT", "SALES"},
+                                          {"NOX_TLS", "off"},
+                                          {"NOX_TLS_NAME", "n"},
+                                          {"NOX_CA", "c"},
+                                          {"NOX_CERT", "e"},
+                                          {"NOX_KEY", "k"},
+                                          {"NOX_PASSWORD_FILE", "p"},
+                                          {"NOX_CONNECT_TIMEOUT", "1s"},
+                                          {"NOX_REQUEST_TIMEOUT", "2s"},
+                                          {"NOX_MAX_FRAME", "3K"},
+                                          {"NOX_FETCH_SIZE", "4"},
+                                          {"NOX_CLIENT_NAME", "me"},
+                                          {"NOX_TRACE", "t"},
+                                          {"NOX_TRACE_PAYLOAD", "1"}});
+  const Options options = Options::fromEnvironment();
+  EXPECT_EQ(options.user, "anna");
+  ASSERT_EQ(options.hosts.size(), 2u);
+  EXPECT_EQ(options.hosts[0].port, 1);
+  EXPECT_EQ(options.hosts[1].port, 2);
+  EXPECT_EQ(options.account, "SALES");
+  EXPECT_EQ(options.tls, Tls::Off);
+  EXPECT_EQ(options.tlsName, "n");
+  EXPECT_EQ(options.ca, "c");
+  EXPECT_EQ(options.certificate, "e");
+  EXPECT_EQ(options.key, "k");
+  EXPECT_EQ(options.passwordFile, "p");
+  EXPECT_EQ(options.connectTimeout, milliseconds(1000));
+  EXPECT_EQ(options.requestTimeout, milliseconds(2000));
+  EXPECT_EQ(options.maxFrame, 3072u);
+  EXPECT_EQ(options.fetchSize, 4);
+  EXPECT_EQ(options.clientName, "me");
+  EXPECT_EQ(options.traceFile, "t");
+  EXPECT_TRUE(options.tracePayload);
+}
+
+TEST(Options, AreDefaultsWhereNobodySaysAnything) {
+  const Environment environment;
+  const Options options = Options::fromEnvironment();
+  EXPECT_FALSE(options.user.empty()) << "the login name";
+  EXPECT_EQ(options.tls, Tls::VerifyFull);
+  EXPECT_EQ(options.connectTimeout, milliseconds(10'000));
+  EXPECT_EQ(options.requestTimeout, milliseconds(90'000));
+  EXPECT_EQ(options.maxFrame, 64u * 1024 * 1024);
+  EXPECT_EQ(options.fetchSize, 1000);
+  EXPECT_EQ(options.traceFile, "");
+  EXPECT_FALSE(options.tracePayload);
+}
+
+TEST(Options, AreTakenFromTheUriBeforeTheEnvironment) {
+  const Environment environment(
+      Variables{{"NOX_USER", "anna"}, {"NOX_HOST", "a"}, {"NOX_TLS", "off"}, {"NOX_CA", "c"}});
+  const Options options = Options::fromUri("nox://bert@b?tls=verify-full");
+  EXPECT_EQ(options.user, "bert");
+  EXPECT_EQ(options.hosts[0].name, "b");
+  EXPECT_EQ(options.tls, Tls::VerifyFull);
+  EXPECT_EQ(options.ca, "c") << "the URI does not say";
+}
+
+TEST(Options, TakeAPortOfTheEnvironmentForHostsWithoutOne) {
+  const Environment environment(Variables{{"NOX_PORT", "9"}});
+  const Options options = Options::fromUri("nox://a,b:8");
+  EXPECT_EQ(options.hosts[0].port, 9);
+  EXPECT_EQ(options.hosts[1].port, 8);
+}
+
+TEST(Options, TakeTheUriOfTheEnvironmentForAnEmptyOne) {
+  const Environment environment(Variables{{"NOX_URI", "nox://bert@b/SALES"}, {"NOX_USER", "anna"}});
+  EXPECT_EQ(Options::fromUri("").user, "bert");
+  EXPECT_EQ(Options::fromUri("nox://h").user, "anna");
+}
+
+TEST(Options, NameTheVariableThatCannotBe) {
+  for (const auto& [name, value] : {std::pair{"NOX_TLS", "maybe"},
+                                    {"NOX_CONNECT_TIMEOUT", "5"},
+                                    {"NOX_FETCH_SIZE", "0"},
+                                    {"NOX_TRACE_PAYLOAD", "yes"}}) {
+    const Environment environment(Variables{{name, value}});
+    try {
+      static_cast<void>(Options::fromEnvironment());
+      ADD_FAILURE() << name;
+    } catch (const Error& error) {
+      EXPECT_EQ(error.message().rfind(name, 0), 0u) << error.message();
+    }
+  }
+}
+
+TEST(Options, CountAnEmptyVariableAsNone) {
+  const Environment environment(Variables{{"NOX_TLS", ""}, {"NOX_URI", ""}});
+  EXPECT_EQ(Options::fromUri("").tls, Tls::VerifyFull);
+}
+
+TEST(Options, AreCheckedBeforeAnybodyIsAsked) {
+  const Environment environment;
+  Options nowhere = Options::fromUri("nox://anna@localhost");
+  nowhere.hosts.clear();
+  EXPECT_THROW(Connection::open(nowhere), Error);
+  Options nobody = Options::fromUri("nox://anna@localhost");
+  nobody.user.clear();
+  EXPECT_THROW(Connection::open(nobody), Error);
+}
+
+}  // namespace
+}  // namespace nox::client

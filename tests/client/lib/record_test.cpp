@@ -1,0 +1,339 @@
+// Records as a program changes and reads them.
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <stdexcept>
+#include <string>
+#include <vector>
+
+#include "nox/client/error.h"
+#include "nox/client/record.h"
+
+namespace nox::client {
+namespace {
+
+using testing::ElementsAre;
+using testing::IsEmpty;
+
+/// The record's readable form: "A^B]C\D".
+std::string shown(const Record& record) { return record.toString(); }
+
+Record of(const char* readable) { return Record::parse(readable); }
+
+std::vector<std::string> parts(FieldView field) {
+  std::vector<std::string> all;
+  for (const FieldView& part : field) all.push_back(part.str());
+  return all;
+}
+
+// --- reading -------------------------------------------------------------------------------------
+
+TEST(Record, IsEmptyAtFirst) {
+  const Record record;
+  EXPECT_TRUE(record.empty());
+  EXPECT_EQ(record.count(), 0u);
+  EXPECT_EQ(record[1], "");
+}
+
+TEST(Record, IsMadeOfAttributes) {
+  const Record record{"SMITH", "Oslo", ""};
+  EXPECT_EQ(record.bytes(), "SMITH\xFEOslo\xFE");
+  EXPECT_EQ(record.count(), 3u);
+}
+
+TEST(Record, CountsAttributesFromOne) {
+  const Record record{"a", "b", "c"};
+  EXPECT_EQ(record[1], "a");
+  EXPECT_EQ(record[3], "c");
+  EXPECT_EQ(record[4], "");
+}
+
+TEST(Record, HasNoAttributeZero) {
+  const Record record{"a"};
+  Record changed{"a"};
+  EXPECT_THROW(static_cast<void>(record[0]), std::out_of_range);
+  EXPECT_THROW(static_cast<void>(changed[0]), std::out_of_range);
+  EXPECT_THROW(static_cast<void>(record[1][0]), std::out_of_range);
+  EXPECT_THROW(changed.set(0, "x"), std::out_of_range);
+}
+
+TEST(Record, ReadsValuesAndSubvaluesByChainsOfBrackets) {
+  const Record record = of("a^b]c\\d^e");
+  EXPECT_EQ(record[2][1], "b");
+  EXPECT_EQ(record[2][2][1], "c");
+  EXPECT_EQ(record[2][2][2], "d");
+  EXPECT_EQ(record[2][2],
+            "c\xFC"
+            "d");
+  EXPECT_EQ(record[3][1][1], "e");
+}
+
+TEST(Record, ReadsTheSameByNumbers) {
+  const Record record = of("a^b]c\\d^e");
+  EXPECT_EQ(record.value(3), "e");
+  EXPECT_EQ(record.value(2, 1), "b");
+  EXPECT_EQ(record.value(2, 2, 2), "d");
+  EXPECT_EQ(record.value(2, 3), "");
+  EXPECT_EQ(record.value(9, 9, 9), "");
+}
+
+TEST(Record, HasEmptyFieldsWhereNoneAre) {
+  const Record record{"a"};
+  EXPECT_EQ(record[7][3][2], "");
+  EXPECT_EQ(record[1][2], "");
+  EXPECT_EQ(record[1][1][2], "");
+}
+
+TEST(Record, IsARangeOfAttributes) {
+  EXPECT_THAT(parts(Record({"a", "", "c"}).view()), ElementsAre("a", "", "c"));
+  EXPECT_THAT(parts(of("a^").view()), ElementsAre("a", ""));
+  EXPECT_THAT(parts(Record().view()), IsEmpty());
+}
+
+TEST(Record, HasRangesOfValuesAndSubvalues) {
+  const Record record = of("x^a]b\\c]^y");
+  EXPECT_THAT(parts(record[2]), ElementsAre("a",
+                                            "b\xFC"
+                                            "c",
+                                            ""));
+  EXPECT_THAT(parts(record[2][2]), ElementsAre("b", "c"));
+  EXPECT_THAT(parts(record[2][2][1]), ElementsAre("b"));
+  EXPECT_THAT(parts(record[2][3]), IsEmpty());
+}
+
+TEST(Record, CountsPartsAsItWalksThem) {
+  const Record record = of("x^a]b\\c]^");
+  EXPECT_EQ(record.count(), 3u);
+  EXPECT_EQ(record[2].count(), 3u);
+  EXPECT_EQ(record[2][2].count(), 2u);
+  EXPECT_EQ(record[3].count(), 0u);
+}
+
+TEST(Record, FindsAPart) {
+  const Record record = of("x^a]b]c");
+  EXPECT_EQ(record[2].find("b"), 2u);
+  EXPECT_EQ(record[2].find("d"), 0u);
+  EXPECT_EQ(record.view().find("x"), 1u);
+}
+
+TEST(Record, ReadsNumbers) {
+  const Record record{"42", "-1.5", "+7", "abc", "", "1e3"};
+  EXPECT_EQ(record[1].toInt64(), 42);
+  EXPECT_EQ(record[2].toDouble(), -1.5);
+  EXPECT_EQ(record[3].toInt64(), 7);
+  EXPECT_EQ(record[6].toDouble(), 1000.0);
+  for (const std::size_t no : {2, 4, 5, 6}) {
+    EXPECT_THROW(static_cast<void>(record[no].toInt64()), Error) << no;
+  }
+}
+
+TEST(Record, SaysWhichTextIsNoNumber) {
+  const Record record{"abc"};
+  try {
+    static_cast<void>(record[1].toInt64());
+    FAIL() << "nothing was thrown";
+  } catch (const Error& error) {
+    EXPECT_EQ(error.sqlState(), sqlstate::kNotANumber);
+    EXPECT_EQ(error.message(), "no number: \"abc\"");
+  }
+}
+
+// --- changing ------------------------------------------------------------------------------------
+
+TEST(Record, TakesAssignedAttributes) {
+  Record record{"a", "b"};
+  record[2] = "B";
+  EXPECT_EQ(shown(record), "a^B");
+}
+
+TEST(Record, AddsWhatIsMissingInFrontOfAnAssignedField) {
+  Record record{"a"};
+  record[3][2][2] = "x";
+  EXPECT_EQ(shown(record), "a^^]\\x");
+}
+
+TEST(Record, TakesNumbersInDecimal) {
+  Record record;
+  record[1] = 42;
+  record[2] = -7L;
+  EXPECT_EQ(shown(record), "42^-7");
+}
+
+TEST(Record, TakesOneFieldForAnother) {
+  Record record = of("a]b^c");
+  record[2] = record[1];
+  EXPECT_EQ(shown(record), "a]b^a]b");
+  const Record other{"z"};
+  record[1] = other[1];
+  EXPECT_EQ(shown(record), "z^a]b");
+}
+
+TEST(Record, ReadsThroughAssignablePlaces) {
+  Record record = of("a^b]c");
+  EXPECT_EQ(record[2][2], "c");
+  EXPECT_EQ(record[2].count(), 2u);
+  EXPECT_TRUE(record[3].empty());
+  const std::string text = record[1].str();
+  EXPECT_EQ(text, "a");
+  std::vector<std::string> values;
+  for (const std::string_view value : record[2]) values.emplace_back(value);
+  EXPECT_THAT(values, ElementsAre("b", "c"));
+}
+
+TEST(Record, HasNothingBelowASubvalue) {
+  Record record{"a"};
+  EXPECT_THROW(static_cast<void>(record[1][1][1][1]), std::out_of_range);
+  EXPECT_THROW(record.append({1, 1, 1}, "x"), std::out_of_range);
+}
+
+TEST(Record, SetsFieldsAtPositions) {
+  Record record = of("a^b]c\\d^e");
+  record.set(1, "A").set({2, 2}, "C").set({3, 1, 3}, "x");
+  EXPECT_EQ(shown(record), "A^b]C^e\\\\x");
+}
+
+TEST(Record, SetsTextWithMarksAsSeveralFields) {
+  Record record{"a", "b"};
+  record.set(2, "x\xFDy");
+  EXPECT_EQ(record[2].count(), 2u);
+}
+
+TEST(Record, InsertsInFrontOfAField) {
+  Record record = of("a^b]c^d");
+  record.insert(2, "X");
+  EXPECT_EQ(shown(record), "a^X^b]c^d");
+  record.insert({3, 2}, "Y");
+  EXPECT_EQ(shown(record), "a^X^b]Y]c^d");
+  record.insert({3, 2, 1}, "Z");
+  EXPECT_EQ(shown(record), "a^X^b]Z\\Y]c^d");
+}
+
+TEST(Record, InsertsBehindTheEndAsItSets) {
+  Record record{"a"};
+  record.insert(3, "c");
+  EXPECT_EQ(shown(record), "a^^c");
+  Record empty;
+  empty.insert(1, "x");
+  EXPECT_EQ(shown(empty), "x");
+}
+
+TEST(Record, RemovesFields) {
+  Record record = of("a^b]c]d^e");
+  record.remove({2, 2});
+  EXPECT_EQ(shown(record), "a^b]d^e");
+  record.remove({2, 2});
+  EXPECT_EQ(shown(record), "a^b^e");
+  record.remove(1);
+  EXPECT_EQ(shown(record), "b^e");
+  record.remove(2);
+  EXPECT_EQ(shown(record), "b");
+  record.remove(1);
+  EXPECT_TRUE(record.empty());
+}
+
+TEST(Record, RemovesNothingWhereNothingIs) {
+  Record record = of("a]b");
+  record.remove(5).remove({1, 3}).remove({1, 1, 2});
+  EXPECT_EQ(shown(record), "a]b");
+}
+
+TEST(Record, AppendsAttributes) {
+  Record record;
+  record.append("a").append("b").append("");
+  EXPECT_EQ(shown(record), "a^b^");
+}
+
+TEST(Record, AppendsValuesAndSubvalues) {
+  Record record{"a", "b"};
+  record.append(2, "c").append({2, 2}, "d").append(4, "e");
+  EXPECT_EQ(shown(record), "a^b]c\\d^^e");
+  record.append(3, "first");
+  EXPECT_EQ(shown(record), "a^b]c\\d^first^e");
+}
+
+TEST(Record, TakesTextOfItsOwn) {
+  Record record = of("first^second");
+  record.append(record.bytes());
+  EXPECT_EQ(shown(record), "first^second^first^second");
+  record.append(1, record[2].view());
+  EXPECT_EQ(shown(record), "first]second^second^first^second");
+  record.set(4, record[1].view());
+  EXPECT_EQ(shown(record), "first]second^second^first^first]second");
+  record.insert(1, record[3].view());
+  EXPECT_EQ(shown(record), "first^first]second^second^first^first]second");
+}
+
+TEST(Record, HoldsAnyBytes) {
+  std::string all;
+  for (int byte = 0; byte < 256; ++byte) all += static_cast<char>(byte);
+  Record record(all);
+  EXPECT_EQ(record.bytes(), all);
+  record[9] = std::string("\0x", 2);
+  EXPECT_EQ(record[9], std::string_view("\0x", 2));
+}
+
+TEST(Record, GivesItsBytesAway) {
+  Record record{"a long enough text that it lies on the heap"};
+  const char* const where = record.bytes().data();
+  const std::string bytes = std::move(record).bytes();
+  EXPECT_EQ(bytes.data(), where);
+}
+
+TEST(Record, MovesWithoutCopying) {
+  Record record{"a long enough text that it lies on the heap"};
+  const char* const where = record.bytes().data();
+  const Record moved = std::move(record);
+  EXPECT_EQ(moved.bytes().data(), where);
+}
+
+TEST(Record, ComparesBytes) {
+  EXPECT_EQ(Record({"a", "b"}), Record("a\xFE"
+                                       "b"));
+  EXPECT_NE(Record({"a"}), Record({"a", ""}));
+}
+
+// --- for people ----------------------------------------------------------------------------------
+
+TEST(Record, ShowsMarksAsPrintableCharacters) {
+  EXPECT_EQ(Record("a\xFE"
+                   "b\xFD"
+                   "c\xFC"
+                   "d")
+                .toString(),
+            "a^b]c\\d");
+}
+
+TEST(Record, ShowsTextAsItIs) { EXPECT_EQ(Record("Żółć 漢 😀").toString(), "Żółć 漢 😀"); }
+
+TEST(Record, EscapesWhatWouldBeReadAsSomethingElse) {
+  EXPECT_EQ(Record("^]\\~").toString(), "~5E~5D~5C~7E");
+}
+
+TEST(Record, EscapesWhatATerminalWouldObey) {
+  EXPECT_EQ(Record("\x1B[2J\x07\n\x7F\xC2\x9B").toString(), "~1B[2J~07~0A~7F~C2~9B");
+}
+
+TEST(Record, EscapesWhatIsNoUtf8) {
+  EXPECT_EQ(Record("\xFF\xC0\xAF\xED\xA0\x80\xE2\x82").toString(), "~FF~C0~AF~ED~A0~80~E2~82");
+}
+
+TEST(Record, ParsesWhatItShows) {
+  std::string all;
+  for (int round = 0; round < 2; ++round) {
+    for (int byte = 255; byte >= 0; --byte) all += static_cast<char>(byte);
+  }
+  EXPECT_EQ(Record::parse(Record(all).toString()).bytes(), all);
+}
+
+TEST(Record, ParsesHexadecimalDigitsInEitherCase) {
+  EXPECT_EQ(Record::parse("~fF~Fe").bytes(), "\xFF\xFE");
+}
+
+TEST(Record, RefusesHalfAnEscape) {
+  for (const char* const text : {"~", "~F", "~FG", "a~", "~ 41"}) {
+    EXPECT_THROW(Record::parse(text), Error) << text;
+  }
+}
+
+}  // namespace
+}  // namespace nox::client
