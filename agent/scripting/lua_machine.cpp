@@ -579,6 +579,8 @@ int LuaCall::count() const { return lua_gettop(state_); }
 
 bool LuaCall::isAbsent(int index) const { return lua_isnoneornil(state_, index); }
 
+bool LuaCall::isNumber(int index) const { return lua_type(state_, index) == LUA_TNUMBER; }
+
 void LuaCall::throwBadArgument(int index, const char* expected) const {
   throw ScriptError("bad argument #" + std::to_string(index) + " (" + expected + " expected, got " +
                     luaL_typename(state_, index) + ")");

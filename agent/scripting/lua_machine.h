@@ -82,6 +82,7 @@ public:
 
   int count() const;
   bool isAbsent(int index) const;  // or nil
+  bool isNumber(int index) const;  // and no text that looks like one
   /// Text, or a number's. Valid as long as the call. All of these throw ScriptError.
   std::string_view text(int index);
   /// The same; of other values the word that people know them by: nil, true, table.

@@ -155,8 +155,14 @@ void selectKeys(LuaCall& call) {
 // --- SQL: nox.sql(statement, ...) ---------------------------------------------------------------
 
 void executeSql(LuaCall& call) {
-  std::vector<Argument> parameters;
-  for (int i = 2; i <= call.count(); ++i) parameters.push_back(call.argument(i));
+  std::vector<SqlValue> parameters;
+  for (int i = 2; i <= call.count(); ++i) {
+    SqlValue& value = parameters.emplace_back();
+    Argument argument = call.argument(i);
+    if (!argument) continue;
+    value.kind = call.isNumber(i) ? SqlValue::Kind::Number : SqlValue::Kind::Text;
+    value.bytes = std::move(*argument);
+  }
   ScriptSqlResult result = runSql(call.machine().session(), call.text(1), parameters);
   if (result.isQuery) {
     call.answerRows(std::move(result.columns), std::move(result.rows));

@@ -6,20 +6,10 @@
 #include "agent/failure.h"
 #include "agent/session/session.h"
 #include "agent/sql/sql_failure.h"
-#include "agent/store/store.h"
 
 namespace nox::agent {
 
 namespace {
-
-std::vector<SqlValue> valuesOf(const std::vector<std::optional<std::string>>& parameters) {
-  std::vector<SqlValue> values;
-  values.reserve(parameters.size());
-  for (const std::optional<std::string>& parameter : parameters) {
-    values.push_back(parameter ? SqlValue{SqlValue::Kind::Text, *parameter} : SqlValue{});
-  }
-  return values;
-}
 
 void gather(SqlStatement& statement, ScriptSqlResult& result) {
   for (const SqlColumn& column : statement.columns()) result.columns.push_back(column.name);
@@ -41,19 +31,18 @@ void gather(SqlStatement& statement, ScriptSqlResult& result) {
 }  // namespace
 
 ScriptSqlResult runSql(Session& session, std::string_view text,
-                       const std::vector<std::optional<std::string>>& parameters) {
+                       const std::vector<SqlValue>& parameters) {
   ScriptSqlResult result;
-  const std::vector<SqlValue> values = valuesOf(parameters);
   try {
     const auto statement = session.store().prepare(text, true);
     if (!statement->isReadOnly()) session.requireWrite();
     const auto count = static_cast<std::size_t>(statement->parameterCount().value_or(0));
-    if (values.size() != count) {
-      throw Failure(
-          "02", "001",
-          std::to_string(values.size()) + " values for " + std::to_string(count) + " parameters");
+    if (parameters.size() != count) {
+      throw Failure("02", "001",
+                    std::to_string(parameters.size()) + " values for " + std::to_string(count) +
+                        " parameters");
     }
-    statement->execute(values);
+    statement->execute(parameters);
     result.isQuery = statement->isQuery();
     if (result.isQuery) {
       gather(*statement, result);

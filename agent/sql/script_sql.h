@@ -8,6 +8,8 @@
 #include <string_view>
 #include <vector>
 
+#include "agent/store/store.h"
+
 namespace nox::agent {
 
 class Session;
@@ -23,10 +25,10 @@ struct ScriptSqlResult {
 constexpr std::size_t kMostScriptRows = 100'000;
 constexpr std::size_t kMostScriptBytes = 32u * 1024u * 1024u;  // of all values together
 
-/// Runs one statement with its parameters (text, or nothing for null) and the session's rights, in
-/// the transaction that is open. Failures carry the codes of the SQL requests; 22/003 where the
+/// Runs one statement with its parameters and the session's rights, in the transaction that is
+/// open. Failures carry the codes of the SQL requests; 22/003 where the
 /// rows are more than the two limits allow.
 ScriptSqlResult runSql(Session& session, std::string_view text,
-                       const std::vector<std::optional<std::string>>& parameters);
+                       const std::vector<SqlValue>& parameters);
 
 }  // namespace nox::agent

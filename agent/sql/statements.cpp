@@ -248,7 +248,14 @@ noxp::ACEBinaryFormatParameterListProt SqlStatements::call(int id,
     throw Failure("26", "000", "statement " + std::to_string(id) + " is no subroutine");
   }
   const std::string name = loaded->name;  // the program may run for long and do anything
-  const auto program = makeSubroutine(session_, name, argumentsOf(parameters), false);
+  const auto program = [&] {
+    try {
+      return makeSubroutine(session_, name, argumentsOf(parameters), false);
+    } catch (const Failure& failure) {
+      // It was there when it was loaded: here it is the call that fails.
+      throw Failure("IE", "003", failure.reason(), failure.status());
+    }
+  }();
   if (program->run(std::nullopt) != Program::State::Done) {
     throw Failure("IE", "003", "the subroutine asks for input, which a call cannot give");
   }

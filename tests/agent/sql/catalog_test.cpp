@@ -13,8 +13,9 @@ protected:
     ann_.write("DICT BOOKS", "TITLE", record({"D", "1", "", "", "", "S"}));
     ann_.write("DICT BOOKS", "PRICE", record({"D", "2", "MD2", "", "9R", "S"}));
     ann_.write("DICT BOOKS", "AUTHOR", record({"D", "3", "", "", "", "M"}));
-    sql_.once("CREATE TABLE town(id INTEGER PRIMARY KEY AUTOINCREMENT,"
-              " name VARCHAR(30) NOT NULL DEFAULT 'x', tax DECIMAL(8,2), UNIQUE(name, tax))");
+    sql_.once(
+        "CREATE TABLE town(id INTEGER PRIMARY KEY AUTOINCREMENT,"
+        " name VARCHAR(30) NOT NULL DEFAULT 'x', tax DECIMAL(8,2), UNIQUE(name, tax))");
     sql_.once("CREATE TABLE visit(day TEXT, town INTEGER, note, PRIMARY KEY(town, day))");
     sql_.once("CREATE VIEW big AS SELECT name FROM town");
   }
@@ -80,7 +81,8 @@ TEST_F(SqlCatalogTest, Indexes) {
             "0 rows town,sqlite_autoindex_town_1,1,1,name|town,sqlite_autoindex_town_1,1,2,tax"
             "|visit,notes,0,1,-|visit,notes,0,2,day"
             "|visit,sqlite_autoindex_visit_1,1,1,town|visit,sqlite_autoindex_visit_1,1,2,day");
-  EXPECT_EQ(sql_.catalog("INDEXES", {"visit", "n%"}), "0 rows visit,notes,0,1,-|visit,notes,0,2,day");
+  EXPECT_EQ(sql_.catalog("INDEXES", {"visit", "n%"}),
+            "0 rows visit,notes,0,1,-|visit,notes,0,2,day");
 }
 
 TEST_F(SqlCatalogTest, ProceduresAreTheSubroutines) {
@@ -94,7 +96,8 @@ TEST_F(SqlCatalogTest, ProceduresAreTheSubroutines) {
 
 TEST_F(SqlCatalogTest, Types) {
   EXPECT_EQ(sql_.catalog("TYPES"),
-            "0 rows BLOB,2004,x','|INTEGER,4,-,-|NUMERIC,2,-,-|REAL,8,-,-|TEXT,12,','");
+            "0 rows BLOB,2004,x',',0,1|INTEGER,4,-,-,0,0|NUMERIC,2,-,-,0,0|REAL,8,-,-,0,0"
+            "|TEXT,12,',',1,0");
 }
 
 TEST_F(SqlCatalogTest, WhatIsNoPropertyIsRefused) {

@@ -15,8 +15,8 @@ protected:
     item("AUTHORS", {"D", "5", "", "Authors", "20L", "M"});
     item("DATES", {"D", "6", "DI", "Dates", "10L", "M"});
     write("b1", {"Emma", "474", "0", "1250", values({"Austen"}), ""});
-    write("b2", {"Das Kapital", "980", "1", "9900", values({"Marx", "Engels"}),
-                 values({"0", "366"})});
+    write("b2",
+          {"Das Kapital", "980", "1", "9900", values({"Marx", "Engels"}), values({"0", "366"})});
     write("b10", {"Atlas"});
   }
 
@@ -116,8 +116,7 @@ TEST_F(SqlFilesTest, AConditionOnTheIdIsASearchByKey) {
   // 1, and 2 with a range: see kById and kFromId.
   EXPECT_NE(plan("SELECT TITLE FROM BOOKS WHERE ID = 'b2'").find("INDEX 1:"), std::string::npos);
   EXPECT_NE(plan("SELECT TITLE FROM BOOKS WHERE ID > 'b2'").find("INDEX 2:"), std::string::npos);
-  EXPECT_NE(plan("SELECT TITLE FROM BOOKS WHERE TITLE > 'b2'").find("INDEX 0:"),
-            std::string::npos);
+  EXPECT_NE(plan("SELECT TITLE FROM BOOKS WHERE TITLE > 'b2'").find("INDEX 0:"), std::string::npos);
 }
 
 TEST_F(SqlFilesTest, AConditionThatIsNoneOnBytesIsNoSearchByKey) {

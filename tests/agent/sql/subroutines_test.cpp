@@ -7,6 +7,9 @@
 namespace nox::agent::test {
 namespace {
 
+SqlValue text(const char* bytes) { return {SqlValue::Kind::Text, bytes}; }
+SqlValue number(const char* digits) { return {SqlValue::Kind::Number, digits}; }
+
 class SqlSubroutinesTest : public SqlTest {
 protected:
   SqlSubroutinesTest() { ann_.run("CREATE-FILE NOX.SUBS"); }
@@ -14,8 +17,7 @@ protected:
   void subroutine(const char* name, const char* text) {
     ASSERT_EQ(ann_.write("NOX.SUBS", name, text), "0");
   }
-  std::string failure(std::string_view sql,
-                      const std::vector<std::optional<std::string>>& parameters = {}) {
+  std::string failure(std::string_view sql, const std::vector<SqlValue>& parameters = {}) {
     try {
       runSql(ann_.session(), sql, parameters);
     } catch (const Failure& thrown) {
@@ -85,7 +87,7 @@ TEST_F(SqlSubroutinesTest, ASubroutineIsNoStatementAndAStatementNoSubroutine) {
 TEST_F(SqlSubroutinesTest, SubroutinesRunSql) {
   sql_.once("CREATE TABLE t(x, y)");
   const ScriptSqlResult changed =
-      runSql(ann_.session(), "INSERT INTO t VALUES(?, ?), (3, NULL)", {"1", "one"});
+      runSql(ann_.session(), "INSERT INTO t VALUES(?, ?), (3, NULL)", {number("1"), text("one")});
   EXPECT_FALSE(changed.isQuery);
   EXPECT_EQ(changed.changes, 2);
   const ScriptSqlResult found = runSql(ann_.session(), "SELECT x, y FROM t", {});
@@ -96,11 +98,17 @@ TEST_F(SqlSubroutinesTest, SubroutinesRunSql) {
   EXPECT_EQ(found.rows[1], (std::vector<std::optional<std::string>>{"3", std::nullopt}));
 }
 
+TEST_F(SqlSubroutinesTest, NumbersOfASubroutineAreNumbers) {
+  subroutine("LESS", "args[1] = nox.sql('SELECT 2 < ?', 10)[1][1]");
+  sql_.load("LESS");
+  EXPECT_EQ(sql_.call(1, {"?"}), "1 left 1");
+}
+
 TEST_F(SqlSubroutinesTest, TheSqlOfASubroutineFailsAsAStatementDoes) {
   EXPECT_EQ(failure("SELECT * FROM nowhere"), "42/S02");
   EXPECT_EQ(failure("SELEC"), "42/000");
   EXPECT_EQ(failure("SELECT ?"), "02/001");
-  EXPECT_EQ(failure("SELECT 1", {"x"}), "02/001");
+  EXPECT_EQ(failure("SELECT 1", {text("x")}), "02/001");
   EXPECT_EQ(failure("BEGIN"), "42/000");
 }
 
@@ -114,9 +122,10 @@ TEST_F(SqlSubroutinesTest, TheSqlOfASubroutineHasTheRightsOfItsSession) {
 TEST_F(SqlSubroutinesTest, MoreRowsThanASubroutineCanTakeAreRefused) {
   const std::string rows =
       "WITH RECURSIVE n(i) AS (SELECT 1 UNION ALL SELECT i + 1 FROM n WHERE i < ?) SELECT ";
-  EXPECT_EQ(runSql(ann_.session(), rows + "i FROM n", {"100000"}).rows.size(), kMostScriptRows);
-  EXPECT_EQ(failure(rows + "i FROM n", {"100001"}), "22/003");
-  EXPECT_EQ(failure(rows + "zeroblob(1000000) FROM n", {"40"}), "22/003");
+  EXPECT_EQ(runSql(ann_.session(), rows + "i FROM n", {number("100000")}).rows.size(),
+            kMostScriptRows);
+  EXPECT_EQ(failure(rows + "i FROM n", {number("100001")}), "22/003");
+  EXPECT_EQ(failure(rows + "zeroblob(1000000) FROM n", {number("40")}), "22/003");
 }
 
 }  // namespace

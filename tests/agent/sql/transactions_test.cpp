@@ -43,6 +43,7 @@ TEST_F(SqlTransactionsTest, OthersSeeNothingBeforeTheCommit) {
 
 TEST_F(SqlTransactionsTest, TheSecondWriterWaitsAndGivesUp) {
   ClientInProcess bob(agent_);
+  bob.session().store().setWait(std::chrono::milliseconds(50));
   ASSERT_EQ(sql_.begin(), "OK");
   sql_.once("DELETE FROM n");
   EXPECT_EQ(SqlCalls(bob).once("INSERT INTO n VALUES(7)").substr(0, 6), "IE/024");
