@@ -2,7 +2,12 @@
 # pkg-config file, both relocatable.
 include(CMakePackageConfigHelpers)
 
-install(TARGETS nox EXPORT noxTargets)
+# What is of no other component is for those who build programs.
+set(CMAKE_INSTALL_DEFAULT_COMPONENT_NAME libnox-dev)
+
+install(TARGETS nox EXPORT noxTargets
+  LIBRARY COMPONENT libnox1 NAMELINK_COMPONENT libnox-dev
+  RUNTIME COMPONENT libnox1)
 foreach(header ${NOX_PUBLIC_HEADERS})
   cmake_path(GET header PARENT_PATH folder)
   install(FILES ${PROJECT_SOURCE_DIR}/${header} DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/${folder})
