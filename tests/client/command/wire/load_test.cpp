@@ -1,0 +1,91 @@
+// Loading: batches, rejects, and going on after a load was broken off.
+#include <gmock/gmock.h>
+
+#include "tests/client/command/wire/nox_program.h"
+
+namespace nox::command::test {
+namespace {
+
+using ::testing::HasSubstr;
+
+class NoxLoad : public NoxTest {
+protected:
+  void SetUp() override { done({"create-file", "L"}); }
+  void TearDown() override { done({"run", "DELETE-FILE L (Y"}); }
+
+  static std::string records(int from, int to) {
+    std::string lines;
+    for (int i = from; i < to; ++i) {
+      lines +=
+          "{\"id\": \"" + std::to_string(i) + "\", \"record\": [\"" + std::to_string(i) + "\"]}\n";
+    }
+    return lines;
+  }
+  static std::string count() { return done({"run", "COUNT", "L"}); }
+};
+
+TEST_F(NoxLoad, WritesEveryRecordInBatches) {
+  done({"load", "L", "--from-format", "jsonl", "--batch", "7"}, records(0, 100));
+  EXPECT_EQ(count(), "100 records counted\n");
+  EXPECT_EQ(done({"read", "L", "99"}), "99");
+}
+
+TEST_F(NoxLoad, TellsTheFormatByTheName) {
+  done({"load", "L", write("x.csv", "ID,1\na,b\n")});
+  done({"load", "L", write("x.tsv", "ID\t2\nc\td\n")});
+  done({"load", "L", write("x.jsonl", records(1, 2))});
+  EXPECT_EQ(count(), "3 records counted\n");
+  EXPECT_EQ(nox({"load", "L", write("x.txt", "")}).status, 2);
+}
+
+TEST_F(NoxLoad, EndsAtTheFirstBadRecordAndKeepsTheBatchesBefore) {
+  const Outcome outcome =
+      nox({"load", "L", "--from-format", "jsonl", "--batch", "10"}, records(0, 25) + "nonsense\n");
+  EXPECT_EQ(outcome.status, 1);
+  EXPECT_THAT(outcome.err, HasSubstr("line 26"));
+  EXPECT_EQ(count(), "20 records counted\n");
+}
+
+TEST_F(NoxLoad, PutsWhatCannotBeLoadedIntoTheRejectFile) {
+  const std::string lines =
+      records(0, 3) + "nonsense\n{\"id\": \"\", \"record\": [\"x\"]}\n" + records(3, 5);
+  const Outcome outcome =
+      nox({"load", "L", "--from-format", "jsonl", "--reject", file("rejects")}, lines);
+  EXPECT_EQ(outcome.status, 1);
+  EXPECT_THAT(outcome.err, HasSubstr("5 loaded, 2 rejected"));
+  EXPECT_EQ(count(), "5 records counted\n");
+  const std::string rejects = contentOf("rejects");
+  EXPECT_THAT(rejects, HasSubstr("{\"line\":4,"));
+  EXPECT_THAT(rejects, HasSubstr("\"input\":\"nonsense\""));
+  EXPECT_THAT(rejects, HasSubstr("{\"line\":5,"));
+}
+
+TEST_F(NoxLoad, GoesOnWhereItWasBrokenOff) {
+  const Words words{"load",    "L",  "--from-format", "jsonl",
+                    "--batch", "10", "--resume",      file("state")};
+  EXPECT_EQ(nox(words, records(0, 25) + "nonsense\n").status, 1);
+  EXPECT_EQ(contentOf("state"), "20\n");
+  const Outcome again = nox(words, records(0, 30));
+  EXPECT_EQ(again.status, 0) << again.err;
+  EXPECT_THAT(again.err, HasSubstr("10 loaded, 20 were done before"));
+  EXPECT_EQ(count(), "30 records counted\n");
+  EXPECT_EQ(contentOf("state"), "") << "the file goes with the end of the load";
+}
+
+TEST_F(NoxLoad, RefusesAStateThatIsNone) {
+  EXPECT_EQ(nox({"load", "L", "--from-format", "jsonl", "--resume", write("no-state", "hello")},
+                records(0, 1))
+                .status,
+            1);
+}
+
+TEST_F(NoxLoad, CreatesTheFileWhereItIsAskedTo) {
+  EXPECT_EQ(nox({"load", "NEW", "--from-format", "jsonl"}, records(0, 1)).status, 1);
+  done({"load", "--create", "NEW", "--from-format", "jsonl"}, records(0, 1));
+  done({"load", "--create", "NEW", "--from-format", "jsonl"}, records(1, 2));
+  EXPECT_EQ(done({"run", "COUNT", "NEW"}), "2 records counted\n");
+  done({"run", "DELETE-FILE NEW (Y"});
+}
+
+}  // namespace
+}  // namespace nox::command::test

@@ -1,0 +1,162 @@
+// The prompt, on a pseudo-terminal.
+#include <gmock/gmock.h>
+#include <sys/stat.h>
+
+#include "tests/client/command/wire/nox_program.h"
+
+namespace nox::command::test {
+namespace {
+
+using ::testing::HasSubstr;
+using ::testing::Not;
+
+constexpr const char* kCtrlC = "\x03";
+constexpr const char* kCtrlD = "\x04";
+
+class NoxPrompt : public NoxTest {
+protected:
+  static void SetUpTestSuite() {
+    NoxTest::SetUpTestSuite();
+    done({"create-file", "PROMPTED"});
+    done({"write", "PROMPTED", "1", "a^b]c"});
+  }
+};
+
+TEST_F(NoxPrompt, RunsStatementsAndLeaves) {
+  Terminal terminal({}, environment());
+  terminal.waitFor("=> ");
+  terminal.type("COUNT PROMPTED\n");
+  terminal.waitFor("1 records counted");
+  terminal.waitFor("=> ");
+  terminal.type("SELECT DISTINCT ID\n");
+  terminal.waitFor("-> ");
+  terminal.type("FROM PROMPTED;\n");
+  terminal.waitFor("ID\r\n--\r\n1\r\n");
+  terminal.type("\\read PROMPTED 1\n");
+  terminal.waitFor("└─ 2");
+  terminal.type("NONSENSE\n");
+  terminal.waitFor("IE011");
+  terminal.type("\\q\n");
+  EXPECT_EQ(terminal.wait(), 0);
+}
+
+TEST_F(NoxPrompt, LeavesAtTheEndOfInput) {
+  Terminal terminal({}, environment());
+  terminal.waitFor("=> ");
+  terminal.type("WHO\n");
+  terminal.waitFor("=> ");
+  terminal.type(kCtrlD);
+  EXPECT_EQ(terminal.wait(), 0);
+}
+
+TEST_F(NoxPrompt, SwitchesFormsAndTiming) {
+  Terminal terminal({}, environment());
+  terminal.waitFor("=> ");
+  terminal.type("\\x\n");
+  terminal.waitFor("=> ");
+  terminal.type("SELECT ID FROM PROMPTED;\n");
+  terminal.waitFor("-- 1\r\nID  1\r\n");
+  terminal.type("\\timing\n");
+  terminal.waitFor("=> ");
+  terminal.type("WHO\n");
+  terminal.waitFor("Time: ");
+  terminal.type("\\?\n");
+  terminal.waitFor("\\rollback");
+  terminal.type("\\q\n");
+  EXPECT_EQ(terminal.wait(), 0);
+}
+
+TEST_F(NoxPrompt, ShowsAnOpenTransaction) {
+  Terminal terminal({}, environment());
+  terminal.waitFor("=> ");
+  terminal.type("\\begin\n");
+  terminal.waitFor("*=> ");
+  terminal.type("\\rollback\n");
+  terminal.waitFor("MAIN=> ");
+  terminal.type("\\q\n");
+  EXPECT_EQ(terminal.wait(), 0);
+}
+
+TEST_F(NoxPrompt, CompletesWhatTheServerKnows) {
+  Terminal terminal({}, environment());
+  terminal.waitFor("=> ");
+  terminal.type("COUNT PROM\t\n");
+  terminal.waitFor("1 records counted");
+  terminal.type("\\q\n");
+  EXPECT_EQ(terminal.wait(), 0);
+}
+
+TEST_F(NoxPrompt, AsksWhatACommandAsks) {
+  done({"create-file", "ASKED"});
+  Terminal terminal({}, environment());
+  terminal.waitFor("=> ");
+  terminal.type("DELETE-FILE ASKED\n");
+  terminal.waitFor("? ");
+  terminal.type("Y\n");
+  terminal.waitFor("=> ");
+  terminal.type("\\q\n");
+  EXPECT_EQ(terminal.wait(), 0);
+  EXPECT_THAT(done({"files"}), Not(HasSubstr("ASKED")));
+}
+
+TEST_F(NoxPrompt, AsksForThePasswordWithoutShowingIt) {
+  Environment asked = environment();
+  asked.erase("NOX_PASSWORD_FILE");
+  Terminal terminal({}, asked);
+  terminal.waitFor("Password of ann: ");
+  terminal.type(std::string(agent::test::NoxdProcess::kPassword) + "\n");
+  terminal.waitFor("=> ");
+  terminal.type("WHO\n");
+  terminal.waitFor("ann\r\n");
+  terminal.type("\\q\n");
+  EXPECT_EQ(terminal.wait(), 0);
+  EXPECT_THAT(terminal.shown(), Not(HasSubstr(agent::test::NoxdProcess::kPassword)));
+  EXPECT_THAT(contentOf(".local/state/nox/history"),
+              Not(HasSubstr(agent::test::NoxdProcess::kPassword)));
+}
+
+TEST_F(NoxPrompt, KeepsItsHistoryForItsUserAlone) {
+  {
+    Terminal terminal({}, environment());
+    terminal.waitFor("=> ");
+    terminal.type("COUNT PROMPTED\n");
+    terminal.waitFor("counted");
+    terminal.waitFor("=> ");
+    terminal.type("\\q\n");
+    EXPECT_EQ(terminal.wait(), 0);
+  }
+  struct stat status {};
+  ASSERT_EQ(stat(file(".local/state/nox/history").c_str(), &status), 0);
+  EXPECT_EQ(status.st_mode & 0777, 0600u);
+  Terminal terminal({}, environment());
+  terminal.waitFor("=> ");
+  terminal.type("\x10\x10\n");  // up, up: \q came last
+  terminal.waitFor("1 records counted");
+  terminal.type("\\q\n");
+  EXPECT_EQ(terminal.wait(), 0);
+}
+
+TEST_F(NoxPrompt, TheFirstCtrlCCancelsTheSecondLeaves) {
+  Terminal terminal({}, environment());
+  terminal.waitFor("=> ");
+  terminal.type(
+      "WITH RECURSIVE n(i) AS (SELECT 1 UNION ALL SELECT i + 1 FROM n) SELECT COUNT(*) FROM n;\n");
+  // It runs once the agent says so.
+  while (done({"monitor", "sessions", "-f", "tsv"}).find("CompileAndExecute") ==
+         std::string::npos) {
+  }
+  terminal.type(kCtrlC);
+  terminal.waitFor("interrupted");
+  terminal.waitFor("=> ");
+  terminal.type("WHO\n");  // on a new connection
+  terminal.waitFor("ann\r\n");
+  terminal.waitFor("=> ");
+  terminal.type("half a line");
+  terminal.type(kCtrlC);
+  terminal.waitFor("=> ");
+  terminal.type(kCtrlC);
+  EXPECT_EQ(terminal.wait(), 4);
+}
+
+}  // namespace
+}  // namespace nox::command::test
