@@ -15,9 +15,8 @@
 #include "agent/admin/serve.h"
 #include "agent/version.h"
 
+namespace nox::agent {
 namespace {
-
-using namespace nox::agent;
 
 constexpr const char* kPasswordFile =
     "Take the password from FILE's first line, not from the terminal or standard input";
@@ -199,14 +198,16 @@ int runCommandLine(int argc, char** argv) {
 }
 
 }  // namespace
+}  // namespace nox::agent
 
 int main(int argc, char** argv) {
-  constexpr mode_t kOwnerOnly = 077;
-  umask(kOwnerOnly);
+  // Nothing that is made here is for others to read.
+  constexpr mode_t kOthers = 077;
+  umask(kOthers);
   try {
-    return runCommandLine(argc, argv);
+    return nox::agent::runCommandLine(argc, argv);
   } catch (const std::exception& error) {
     std::cerr << "noxd: " << error.what() << '\n';
-    return statusNumber(ExitStatus::Failed);
+    return 1;
   }
 }

@@ -68,6 +68,7 @@ void readCertificate(const ConfigurationValues& values) {
 void addUser(const Locations& locations, const std::string& user,
              const std::vector<std::string>& grants, const std::string& passwordFile) {
   std::vector<Grant> parsed;
+  parsed.reserve(grants.size());
   for (const std::string& text : grants) parsed.push_back(parseGrant(text));
   const DataDirectory directory = openDirectory(locations);
   for (const Grant& grant : parsed) requireAccount(directory, grant.account);

@@ -60,8 +60,12 @@ std::string now() {
   return {text.data(), std::strftime(text.data(), text.size(), "%Y-%m-%dT%H:%M:%SZ", &parts)};
 }
 
+std::string fileIn(const std::string& folder, const std::string& path) {
+  return folder + "/" + path;
+}
+
 BackupFile finished(const std::string& folder, std::string path) {
-  const std::string file = folder + "/" + path;
+  const std::string file = fileIn(folder, path);
   syncFile(file);
   return BackupFile{std::move(path), sizeOfFile(file), sha256OfFile(file)};
 }
@@ -124,7 +128,7 @@ std::vector<BackupFile> readManifest(const std::string& backup) {
 
 void checkFiles(const std::string& backup, const std::vector<BackupFile>& files) {
   for (const BackupFile& file : files) {
-    const std::string path = backup + "/" + file.path;
+    const std::string path = fileIn(backup, file.path);
     std::error_code error;
     if (!fs::is_regular_file(path, error)) damaged(path + " is missing");
     if (sizeOfFile(path) != file.bytes || sha256OfFile(path) != file.sha256) {
@@ -134,8 +138,8 @@ void checkFiles(const std::string& backup, const std::vector<BackupFile>& files)
 }
 
 void copyBack(const std::string& backup, const BackupFile& file, const DataDirectory& directory) {
-  const std::string to = directory.path() + "/" + file.path;
-  if (copyToNewFile(backup + "/" + file.path, to) != file.sha256) {
+  const std::string to = fileIn(directory.path(), file.path);
+  if (copyToNewFile(fileIn(backup, file.path), to) != file.sha256) {
     damaged(to + " was changed on its way: its checksum differs");
   }
 }
@@ -157,8 +161,9 @@ std::vector<BackupFile> backUp(const DataDirectory& directory, const std::string
 
   std::vector<BackupFile> files;
   for (const std::string& account : stores->accounts()) {
-    std::string path = std::string(kAccounts) + account + std::string(kSuffix);
-    stores->backup(account, target + "/" + path);
+    std::string path(kAccounts);
+    path.append(account).append(kSuffix);
+    stores->backup(account, fileIn(target, path));
     files.push_back(finished(target, std::move(path)));
   }
   users.backup(target + "/" + kUsers);
@@ -209,13 +214,14 @@ std::vector<std::string> verify(const DataDirectory& directory) {
   const std::unique_ptr<StoreEngine> stores = openStores(directory, true);
   const std::vector<std::string> accounts = stores->accounts();
   for (const std::string& account : accounts) {
+    std::vector<std::string> found;
     try {
-      for (const std::string& mistake : stores->verify(account)) {
-        mistakes.push_back("account " + account + ": " + mistake);
-      }
+      found = stores->verify(account);
     } catch (const StoreError& error) {
-      mistakes.push_back("account " + account + ": " + error.what());
+      found.emplace_back(error.what());
     }
+    const std::string prefix = "account " + account + ": ";
+    for (std::string& mistake : found) mistakes.push_back(mistake.insert(0, prefix));
   }
   try {
     const Users users(directory.users());

@@ -1,6 +1,7 @@
 #include "agent/admin/data_directory.h"
 
 #include <fcntl.h>
+#include <pwd.h>
 #include <sys/file.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -41,6 +42,18 @@ void checkPermissions(const std::string& path, std::vector<std::string>& mistake
   if (status.st_uid != geteuid()) mistakes.push_back(path + " belongs to another user");
 }
 
+/// Nobody works on a directory of somebody else, root included: the owner could not use the files
+/// that are made meanwhile.
+void requireOwner(const std::string& path) {
+  struct stat status {};
+  if (stat(path.c_str(), &status) != 0) failWithErrno(path + " cannot be read");
+  if (status.st_uid == geteuid()) return;
+  const passwd* const owner = getpwuid(status.st_uid);
+  const std::string name = owner ? owner->pw_name : std::to_string(status.st_uid);
+  throw AdminError(ExitStatus::CannotWrite, "the data directory " + path + " belongs to user " +
+                                                name + "; run noxd as that user");
+}
+
 }  // namespace
 
 bool DataDirectory::makeEmpty() const {
@@ -53,6 +66,7 @@ bool DataDirectory::makeEmpty() const {
     if (!holdsNothing(path_)) {
       throw AdminError(ExitStatus::Failed, path_ + " is not empty; nothing was changed");
     }
+    requireOwner(path_);
     constexpr mode_t kOwnerOnly = 0700;
     if (chmod(path_.c_str(), kOwnerOnly) != 0) failWithErrno(path_ + " cannot be closed to others");
   } else {
@@ -69,6 +83,7 @@ void DataDirectory::require() const {
     throw AdminError(ExitStatus::Failed,
                      "there is no data directory " + path_ + "; noxd init makes one");
   }
+  requireOwner(path_);
   if (access(path_.c_str(), R_OK | W_OK | X_OK) != 0) {
     failWithErrno("the data directory " + path_ + " cannot be written");
   }

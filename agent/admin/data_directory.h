@@ -26,7 +26,8 @@ public:
 
   /// Sees to it that there is an empty folder, readable to its owner alone. True when it was made.
   bool makeEmpty() const;
-  /// Refuses a folder that was never initialised, and one that cannot be written.
+  /// Refuses a folder that was never initialised, that is somebody else's, or that cannot be
+  /// written.
   void require() const;
   /// Who else may read what lies here; a line each.
   std::vector<std::string> permissionMistakes() const;

@@ -260,7 +260,7 @@ private:
 
   std::string read(const PathKey& key, const toml::node& node) {
     std::string value;
-    const std::string wrong = readText(node, value);
+    std::string wrong = readText(node, value);
     if (wrong.empty()) key.value(values_) = value.empty() ? value : whole(value);
     return wrong;
   }

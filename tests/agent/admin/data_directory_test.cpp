@@ -102,6 +102,19 @@ TEST_F(DataDirectoryTest, ThatCannotBeWrittenIsNotServed) {
   chmod(directory.path().c_str(), 0700);
 }
 
+TEST_F(DataDirectoryTest, OfAnotherUserIsNotUsedEvenByRoot) {
+  if (geteuid() != 0) GTEST_SKIP() << "only root can give a folder away";
+  test::makeDataDirectory(directory.path());
+  ASSERT_EQ(chown(directory.path().c_str(), 12345, 12345), 0);
+  try {
+    directory.require();
+    FAIL();
+  } catch (const AdminError& error) {
+    EXPECT_EQ(error.status(), ExitStatus::CannotWrite);
+    EXPECT_THAT(error.what(), HasSubstr("belongs to user 12345; run noxd as that user"));
+  }
+}
+
 TEST_F(DataDirectoryTest, AsItIsMadeHasNoMistakesInItsPermissions) {
   test::makeDataDirectory(directory.path());
   EXPECT_NO_THROW(directory.require());
