@@ -39,7 +39,7 @@ public:
     NotAllowed,   // this is not written, or not asked, through SQL
     NotInBranch,  // what the changes of a branch cannot hold: definitions of files and tables
     Interrupted,  // by interrupt() or the deadline
-    RolledBack,   // the store gave the transaction up
+    RolledBack,   // the store gave the transaction up, which is open until `rollback` or `commit`
     Conflict,     // a branch's changes no longer fit the store
     Full,         // no room on the disk
     Damaged,      // the store's files are not what they should be
@@ -195,7 +195,8 @@ public:
   virtual void setWait(std::chrono::milliseconds wait) = 0;
   /// When running work ends as Interrupted; nothing: never.
   virtual void setDeadline(std::optional<std::chrono::steady_clock::time_point> deadline) = 0;
-  /// Ends what runs now, from another thread.
+  /// Ends what runs now and refuses what comes before the next `setDeadline`; from another thread.
+  /// Open transactions can still be committed or rolled back.
   virtual void interrupt() = 0;
 
   // Files. Changes of files are part of an open transaction.

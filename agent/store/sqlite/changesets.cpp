@@ -193,7 +193,10 @@ int ChangeRecorder::onTable(void* self, const char* table) {
     if (found == recorder.tables_.end()) {
       found = recorder.tables_.emplace(table, recorder.describe(table)).first;
     }
-    if (found->second.obstacle.empty()) return 1;
+    if (found->second.obstacle.empty()) {
+      recorder.connection_.expectTableInfo();
+      return 1;
+    }
     recorder.obstacle_ = found->second.obstacle;
   } catch (const std::exception& error) {
     recorder.obstacle_ = error.what();
@@ -201,39 +204,43 @@ int ChangeRecorder::onTable(void* self, const char* table) {
   return 0;
 }
 
-ChangeRecorder::Table ChangeRecorder::describe(const std::string& table) {
+ChangeRecorder::Table ChangeRecorder::describe(const std::string& name) {
   const SqliteConnection::OwnSql own(connection_);
-  Table result;
+  Table table;
+  const auto refuse = [&](const char* why) {
+    table.obstacle = "a branch cannot change " + name + ", which has " + why;
+    return table;
+  };
   bool hasKey = false;
-  bool isIntegerKey = true;
+  bool isKeyMissing = false;  // of the row that is about to change
   std::string nullColumns;
-  Statement info = connection_.prepare(
-      "SELECT name, type, \"notnull\", pk, hidden FROM pragma_table_xinfo(?1, 'main')");
-  info.bindText(0, table);
-  int keyColumns = 0;
-  while (info.step()) {
-    if (info.integer(4) != 0) {
-      result.obstacle = "a branch cannot change " + table + ", which has generated columns";
-      return result;
-    }
-    if (info.integer(3) == 0) continue;
+  Statement columns = connection_.prepare(
+      "SELECT cid, name, \"notnull\", pk, hidden FROM pragma_table_xinfo(?1, 'main')");
+  columns.bindText(0, name);
+  while (columns.step()) {
+    if (columns.integer(4) != 0) return refuse("generated columns");
+    if (columns.integer(3) == 0) continue;
     hasKey = true;
-    ++keyColumns;
-    isIntegerKey = sqlite3_stricmp(std::string(info.bytes(1)).c_str(), "INTEGER") == 0;
-    if (info.integer(2) == 0) {
-      nullColumns +=
-          (nullColumns.empty() ? "" : " OR ") + quoted(std::string(info.bytes(0))) + " IS NULL";
-    }
+    if (columns.integer(2) != 0) continue;
+    nullColumns += nullColumns.empty() ? "" : " OR ";
+    nullColumns += quoted(std::string(columns.bytes(1))) + " IS NULL";
+    sqlite3_value* old = nullptr;  // a new row has none
+    sqlite3_preupdate_old(connection_.handle(), static_cast<int>(columns.integer(0)), &old);
+    isKeyMissing = isKeyMissing || (old != nullptr && sqlite3_value_type(old) == SQLITE_NULL);
   }
-  if (!hasKey) {
-    result.obstacle = "a branch cannot change " + table + ", which has no primary key";
-  } else if (!nullColumns.empty() && !(keyColumns == 1 && isIntegerKey)) {
-    result.nullKeys = "SELECT 1 FROM main." + quoted(table) + " WHERE " + nullColumns + " LIMIT 1";
-    if (connection_.prepare(result.nullKeys).step()) {
-      result.obstacle = "a branch cannot change " + table + ", which has rows without a key";
-    }
+  if (!hasKey) return refuse("no primary key");
+
+  // A key without an index is the number of the row, which is never null.
+  Statement indexes =
+      connection_.prepare("SELECT 1 FROM pragma_index_list(?1, 'main') WHERE origin = 'pk'");
+  indexes.bindText(0, name);
+  if (nullColumns.empty() || !indexes.step()) return table;
+  table.nullKeys = "SELECT 1 FROM main." + quoted(name) + " WHERE " + nullColumns + " LIMIT 1";
+  // The row that is about to change may have left the index already.
+  if (isKeyMissing || connection_.prepare(table.nullKeys).step()) {
+    return refuse("rows without a key");
   }
-  return result;
+  return table;
 }
 
 void ChangeRecorder::check() {

@@ -37,7 +37,7 @@ private:
     void operator()(sqlite3_session* session) const noexcept;
   };
 
-  Table describe(const std::string& table);
+  Table describe(const std::string& name);
   static int onTable(void* self, const char* table);
 
   SqliteConnection& connection_;

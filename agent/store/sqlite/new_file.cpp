@@ -9,6 +9,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include "agent/descriptor.h"
 #include "agent/store/store.h"
 
 namespace nox::agent {
@@ -23,24 +24,16 @@ namespace fs = std::filesystem;
                    path.string() + ": " + std::generic_category().message(error), error);
 }
 
-class Descriptor {
-public:
-  Descriptor(const fs::path& path, int flags)
-      : path_(path), value_(::open(path.c_str(), flags | O_CLOEXEC, S_IRUSR | S_IWUSR)) {
-    if (value_ < 0) fail(path_, errno);
-  }
-  ~Descriptor() { ::close(value_); }
-  Descriptor(const Descriptor&) = delete;
-  Descriptor& operator=(const Descriptor&) = delete;
+Descriptor openOrFail(const fs::path& path, int flags) {
+  Descriptor descriptor(::open(path.c_str(), flags | O_CLOEXEC, S_IRUSR | S_IWUSR));
+  if (!descriptor) fail(path, errno);
+  return descriptor;
+}
 
-  void synchronise() {
-    if (::fsync(value_) != 0) fail(path_, errno);
-  }
-
-private:
-  const fs::path path_;
-  const int value_;
-};
+void synchronise(const fs::path& path, int flags) {
+  const Descriptor descriptor = openOrFail(path, flags);
+  if (::fsync(descriptor.get()) != 0) fail(path, errno);
+}
 
 fs::path besides(const fs::path& place) {
   // Processes that make the same file at the same time stay apart.
@@ -52,7 +45,7 @@ fs::path besides(const fs::path& place) {
 NewFile::NewFile(fs::path place) : place_(std::move(place)), path_(besides(place_)) {
   std::error_code ignored;
   if (fs::exists(place_, ignored)) fail(place_, EEXIST);
-  const Descriptor created(path_, O_RDWR | O_CREAT | O_TRUNC);
+  openOrFail(path_, O_RDWR | O_CREAT | O_TRUNC);
 }
 
 NewFile::~NewFile() {
@@ -61,10 +54,10 @@ NewFile::~NewFile() {
 }
 
 void NewFile::publish() {
-  Descriptor(path_, O_RDONLY).synchronise();
+  synchronise(path_, O_RDONLY);
   // Unlike a renaming, a link does not replace a file that somebody else made meanwhile.
   if (::link(path_.c_str(), place_.c_str()) != 0) fail(place_, errno);
-  Descriptor(place_.parent_path(), O_RDONLY | O_DIRECTORY).synchronise();
+  synchronise(place_.parent_path(), O_RDONLY | O_DIRECTORY);
 }
 
 }  // namespace nox::agent

@@ -90,7 +90,6 @@ void ScanCursor::detach() noexcept {
   }
   key_ = keptKey_;
   body_ = keptBody_;
-  session_ = nullptr;
   release();
 }
 

@@ -21,7 +21,7 @@ constexpr int kMostClientBytes = 64 * 1024 * 1024;  // in one value or row that 
 // Cached pages are dropped as a whole when another connection has committed, so that a bigger cache
 // would seldom be filled. The log of changes is cut to its usual size after a large transaction.
 constexpr const char* kSettings =
-    "PRAGMA cache_size = -2000;"
+    "PRAGMA cache_size = -4096;"
     "PRAGMA secure_delete = FAST;"
     "PRAGMA journal_size_limit = 16777216;";
 
@@ -123,6 +123,11 @@ int SqliteConnection::onAuthorize(void* self, int action, const char* first, con
       case SQLITE_REINDEX:
       case SQLITE_ANALYZE:
         return SQLITE_DENY;
+      case SQLITE_PRAGMA:
+        if (connection.isTableInfoExpected_ && std::string_view(first) == "table_info") {
+          return SQLITE_OK;
+        }
+        break;
       default:
         break;
     }
@@ -138,6 +143,7 @@ SqliteConnection::ClientSql::ClientSql(SqliteConnection& connection) : connectio
 
 SqliteConnection::ClientSql::~ClientSql() {
   if (--connection_.clientSql_ == 0) {
+    connection_.isTableInfoExpected_ = false;
     // The engine takes what is too much as the most it can.
     sqlite3_limit(connection_.handle(), SQLITE_LIMIT_LENGTH, std::numeric_limits<int>::max());
   }

@@ -155,6 +155,9 @@ public:
   /// Inside a branch tables may not be defined. Makes every statement that exists be prepared again
   /// at its next use: a DELETE that was prepared before changes are recorded may go unrecorded.
   void setInBranch(bool inBranch);
+  /// Until the client's statement that runs is over, the engine may ask for the columns of a table
+  /// that it begins to record; clients may not ask like this.
+  void expectTableInfo() { isTableInfoExpected_ = true; }
   bool isInBranch() const { return inBranch_; }
 
   /// Triggers of clients' tables do not run on this connection.
@@ -196,6 +199,7 @@ private:
   bool hasMark_ = false;
   int clientSql_ = 0;
   bool inBranch_ = false;
+  bool isTableInfoExpected_ = false;
 
   // Of the pool and its leases.
   ConnectionPool* pool_ = nullptr;

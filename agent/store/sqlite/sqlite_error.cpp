@@ -14,6 +14,19 @@ bool isNoRoom(int systemError) {
   return systemError == ENOSPC || systemError == EDQUOT || systemError == EFBIG;
 }
 
+/// What the system said when reading or writing failed last, of the log or else of the database.
+/// The connection's own note of it is often overwritten by what the engine does after the failure.
+int lastSystemError(sqlite3* db) {
+  int error = 0;
+  sqlite3_file* log = nullptr;
+  sqlite3_file_control(db, "main", SQLITE_FCNTL_JOURNAL_POINTER, &log);
+  if (log != nullptr && log->pMethods != nullptr) {
+    log->pMethods->xFileControl(log, SQLITE_FCNTL_LAST_ERRNO, &error);
+  }
+  if (error == 0) sqlite3_file_control(db, "main", SQLITE_FCNTL_LAST_ERRNO, &error);
+  return error;
+}
+
 }  // namespace
 
 StoreError::Kind storeErrorKind(int extendedCode, int systemError) {
@@ -60,12 +73,10 @@ StoreError storeError(sqlite3* db, int code, const std::string& what) {
   const bool isOwn = db != nullptr && (extended & kPrimaryCode) == (code & kPrimaryCode);
   const char* reason = isOwn ? sqlite3_errmsg(db) : sqlite3_errstr(code);
   const int reported = isOwn ? extended : code;
-  const int systemError = db != nullptr ? sqlite3_system_errno(db) : 0;
-  const StoreError::Kind kind = storeErrorKind(reported, systemError);
+  const bool isTransfer = db != nullptr && (reported & kPrimaryCode) == SQLITE_IOERR;
+  const StoreError::Kind kind = storeErrorKind(reported, isTransfer ? lastSystemError(db) : 0);
   // The words for a failed write do not say that it is for lack of room.
-  if (kind == StoreError::Kind::Full && (reported & kPrimaryCode) == SQLITE_IOERR) {
-    reason = "there is no room on the disk";
-  }
+  if (isTransfer && kind == StoreError::Kind::Full) reason = "there is no room on the disk";
   return StoreError(kind, what.empty() ? std::string(reason) : what + ": " + reason, reported);
 }
 

@@ -10,7 +10,8 @@ namespace nox::agent {
 /// Goes up with every change of the layout that an older agent would not understand.
 constexpr int kLayoutVersion = 1;
 
-/// Makes the tables of an account in an empty database.
+/// Makes the tables of an account in an empty database. Nothing is durable before the file was
+/// synchronised.
 void makeLayout(SqliteConnection& connection);
 
 /// Throws StoreError when the database is not an account's (Damaged), or one that a newer agent has
