@@ -170,18 +170,33 @@ void appendHex(std::string& text, char c) {
   text += kDigits[byte & 0x0FU];
 }
 
-/// A value of key=value: what separates fields is escaped, too.
-std::string field(std::string_view text) {
-  if (text.empty()) return "-";
-  std::string result;
+// Faster than a format string; there may be a line for each request.
+void append(fmt::memory_buffer& line, std::string_view text) {
+  line.append(text.data(), text.data() + text.size());
+}
+void append(fmt::memory_buffer& line, std::uint64_t number) {
+  const fmt::format_int digits(number);
+  append(line, std::string_view(digits.data(), digits.size()));
+}
+
+bool isPlain(char c) { return c > ' ' && c < 0x7F && c != '\\'; }
+
+/// A value of key=value: what separates fields is escaped, too. Nearly all are plain text already.
+void appendField(fmt::memory_buffer& line, std::string_view text) {
+  if (text.empty()) text = "-";
+  if (std::all_of(text.begin(), text.end(), isPlain)) {
+    append(line, text);
+    return;
+  }
+  std::string escaped;
   for (const char c : Log::escaped(text)) {
     if (c == ' ') {
-      appendHex(result, c);
+      appendHex(escaped, c);
     } else {
-      result += c;
+      escaped += c;
     }
   }
-  return result;
+  append(line, escaped);
 }
 
 }  // namespace
@@ -267,13 +282,25 @@ struct Log::Impl {
   }
 
   void format(const WaitingLine& line) {
+    using std::chrono::duration_cast;
+    const auto microseconds = duration_cast<std::chrono::microseconds>(line.duration).count();
     fmt::memory_buffer text;
-    fmt::format_to(std::back_inserter(text),
-                   "{} session={} user={} account={} request={} in={} out={} us={} outcome={}",
-                   line.slow ? "slow" : "access", line.session, field(line.user.view()),
-                   field(line.account.view()), line.request, line.bytesIn, line.bytesOut,
-                   std::chrono::duration_cast<std::chrono::microseconds>(line.duration).count(),
-                   field(line.outcome.view()));
+    append(text, line.slow ? "slow session=" : "access session=");
+    append(text, line.session);
+    append(text, " user=");
+    appendField(text, line.user.view());
+    append(text, " account=");
+    appendField(text, line.account.view());
+    append(text, " request=");
+    append(text, line.request);
+    append(text, " in=");
+    append(text, line.bytesIn);
+    append(text, " out=");
+    append(text, line.bytesOut);
+    append(text, " us=");
+    append(text, static_cast<std::uint64_t>(std::max<std::int64_t>(microseconds, 0)));
+    append(text, " outcome=");
+    appendField(text, line.outcome.view());
     logger.log(line.time, spdlog::source_loc{},
                line.slow ? spdlog::level::warn : spdlog::level::info,
                spdlog::string_view_t(text.data(), text.size()));
