@@ -188,7 +188,13 @@ std::optional<Failure> Connection::answerBeforeLogin(Clock::time_point deadline)
   }
   auto* const login = dynamic_cast<noxp::AuthenticationRequestProt*>(request.get());
   if (!login) return Failure("0A", "000", "the agent does not answer this request");
-  std::optional<Failure> failure = tryLogin(*login, deadline);
+  std::optional<Failure> failure;
+  try {
+    failure = tryLogin(*login, deadline);
+  } catch (const std::exception& error) {
+    agent_.log.error("login from " + peer_.text() + " failed: " + error.what());
+    failure = Failure("IE", "000", "internal error");
+  }
   wire_.wipeFrame();
   if (!failure) {
     OKResponseProt reply;

@@ -8,6 +8,7 @@
 #include <map>
 #include <mutex>
 #include <thread>
+#include <utility>
 
 #include "agent/users/users.h"
 
@@ -20,8 +21,6 @@ using std::chrono::milliseconds;
 constexpr milliseconds kFirstDelay{200};
 constexpr int kMostDoublings = 4;  // 3.2 seconds
 constexpr std::chrono::seconds kForgetOne{10};
-// A guesser with many addresses must not take our memory, either.
-constexpr std::size_t kMostPeers = 4096;
 
 /// A few passwords at once keep the processors busy; more would only take memory.
 int mostAtOnce() { return std::clamp(static_cast<int>(std::thread::hardware_concurrency()), 1, 4); }
@@ -51,7 +50,7 @@ struct Logins::Impl {
   };
   using Peers = std::map<std::string, Peer>;
 
-  explicit Impl(const Users& toAsk) : users(toAsk) {}
+  explicit Impl(Verify toAsk) : ask(std::move(toAsk)) {}
 
   /// The peer's place in the table, which stays there while it is active.
   class Turn {
@@ -110,10 +109,10 @@ struct Logins::Impl {
     ++checking;
     const Place place{lock, checking};
     lock.unlock();
-    return users.verify(user, password);
+    return ask(user, password);
   }
 
-  const Users& users;
+  const Verify ask;
   const int most = mostAtOnce();
   std::mutex mutex;
   std::condition_variable changed;
@@ -122,7 +121,12 @@ struct Logins::Impl {
   bool stopped = false;
 };
 
-Logins::Logins(const Users& users) : impl_(std::make_unique<Impl>(users)) {}
+Logins::Logins(const Users& users)
+    : Logins([&users](const std::string& user, std::string_view password) {
+        return users.verify(user, password);
+      }) {}
+
+Logins::Logins(Verify verify) : impl_(std::make_unique<Impl>(std::move(verify))) {}
 
 Logins::~Logins() = default;
 
@@ -149,6 +153,11 @@ Logins::Verdict Logins::check(const std::string& peer, const std::string& user,
   ++state.failures;
   impl.changed.wait_until(lock, std::min(deadline, now + delay), [&] { return impl.stopped; });
   return Verdict::Wrong;
+}
+
+std::size_t Logins::rememberedPeers() const {
+  const std::lock_guard<std::mutex> lock(impl_->mutex);
+  return impl_->peers.size();
 }
 
 void Logins::stop() {

@@ -2,6 +2,8 @@
 #pragma once
 
 #include <chrono>
+#include <cstddef>
+#include <functional>
 #include <memory>
 #include <string>
 #include <string_view>
@@ -23,8 +25,12 @@ public:
     TooMany  // its turn did not come before the deadline; the password was not looked at
   };
 
-  /// Borrows `users`.
+  /// Says whether the password is the user's; called from several threads at once.
+  using Verify = std::function<bool(const std::string& user, std::string_view password)>;
+
+  /// Borrows `users`, who are asked.
   explicit Logins(const Users& users);
+  explicit Logins(Verify verify);
   ~Logins();
   Logins(const Logins&) = delete;
   Logins& operator=(const Logins&) = delete;
@@ -35,6 +41,10 @@ public:
                 Clock::time_point deadline);
   /// Ends all waits and delays, also those to come: the agent stops.
   void stop();
+
+  /// How many peers' failures are remembered; there is an end to it.
+  static constexpr std::size_t kMostPeers = 4096;
+  std::size_t rememberedPeers() const;
 
 private:
   struct Impl;
