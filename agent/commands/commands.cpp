@@ -186,10 +186,14 @@ Outcome carryOut(Session& session, const SaveListCommand& command) {
   std::string about = kListKind;
   about += kAttribute;
   about += selected->file.text();
-  asCommandFailure([&] {
-    session.data().writeAll({{{kListsFile, Part::Data}, command.name, std::move(keys)},
-                             {{kListsFile, Part::Dict}, command.name, std::move(about)}});
-  });
+  std::vector<RecordWrite> writes(2);
+  writes[0].file = {kListsFile, Part::Data};
+  writes[0].id = command.name;
+  writes[0].body = std::move(keys);
+  writes[1].file = {kListsFile, Part::Dict};
+  writes[1].id = command.name;
+  writes[1].body = std::move(about);
+  asCommandFailure([&] { session.data().writeAll(std::move(writes)); });
   Outcome outcome;
   outcome.items = selected->keys.size();
   outcome.output = std::to_string(outcome.items) + " keys saved in list " + command.name;
