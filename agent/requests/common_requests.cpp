@@ -25,8 +25,16 @@
 
 namespace nox::agent {
 
-using namespace noxp::common;
-using namespace noxp::remote;
+using noxp::common::EchoRequestProt;
+using noxp::common::LoggingRequestProt;
+using noxp::common::SetPropertiesRequestProt;
+using noxp::common::SetPropertiesResponseProt;
+using noxp::remote::DateTimeRequestProt;
+using noxp::remote::DateTimeResponseProt;
+using noxp::remote::EISMetaDataRequestProt;
+using noxp::remote::EISMetaDataResponseProt;
+using noxp::remote::MonitoringRequestProt;
+using noxp::remote::MonitoringResponseProt;
 
 namespace {
 

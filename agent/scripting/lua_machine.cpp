@@ -595,8 +595,8 @@ std::string_view LuaCall::text(int index) {
     }
     case LUA_TNUMBER:
       return numbers_.emplace_front(lua_isinteger(state_, index)
-                                       ? std::to_string(lua_tointeger(state_, index))
-                                       : decimalText(lua_tonumber(state_, index)));
+                                        ? std::to_string(lua_tointeger(state_, index))
+                                        : decimalText(lua_tonumber(state_, index)));
     default:
       throwBadArgument(index, "text");
   }

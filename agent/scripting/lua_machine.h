@@ -12,9 +12,11 @@
 #include <exception>
 #include <forward_list>
 #include <memory>
+#include <new>
 #include <stdexcept>
 #include <string>
 #include <string_view>
+#include <utility>
 #include <vector>
 
 #include "agent/scripting/argument.h"
@@ -58,6 +60,27 @@ public:
 
 private:
   std::size_t used_ = 0;
+};
+
+/// What a program keeps outside of its machines, counted all the same.
+class LuaCharge {
+public:
+  explicit LuaCharge(std::shared_ptr<LuaMemory> memory) : memory_(std::move(memory)) {}
+  LuaCharge(LuaCharge&& other) noexcept
+      : memory_(other.memory_), bytes_(std::exchange(other.bytes_, 0)) {}
+  LuaCharge& operator=(LuaCharge&&) = delete;
+  ~LuaCharge() { clear(); }
+
+  /// Throws std::bad_alloc where there is no room.
+  void add(std::size_t bytes) {
+    if (!memory_->take(bytes)) throw std::bad_alloc();
+    bytes_ += bytes;
+  }
+  void clear() { memory_->give(std::exchange(bytes_, 0)); }
+
+private:
+  std::shared_ptr<LuaMemory> memory_;
+  std::size_t bytes_ = 0;
 };
 
 /// One value of an answer.

@@ -51,12 +51,14 @@ std::string sourceOf(Session& session, std::string_view name) {
 /// Lines, divided by attribute marks, and bounded by what a reply can carry.
 class Output {
 public:
-  explicit Output(std::size_t most) : most_(most) {}
+  Output(std::size_t most, std::shared_ptr<LuaMemory> memory)
+      : most_(most), charge_(std::move(memory)) {}
 
   void add(std::string_view lines) {
     if (lines.size() >= most_ - std::min(most_, text_.size())) {
       throw ScriptError("there is more output than a reply can carry");
     }
+    charge_.add(lines.size() + 1);
     if (any_) text_ += kAttribute;
     any_ = true;
     text_ += lines;
@@ -64,11 +66,13 @@ public:
 
   std::string take() {
     any_ = false;
+    charge_.clear();
     return std::exchange(text_, {});
   }
 
 private:
   const std::size_t most_;
+  LuaCharge charge_;
   std::string text_;
   bool any_ = false;
 };
@@ -85,8 +89,8 @@ public:
         source_(sourceOf(session, name)),
         arguments_(std::move(arguments)),
         // A reply has more than the output: half of it.
-        output_(session.frameCap() / 2),
-        executedOutput_(session.frameCap() / 2) {
+        output_(session.frameCap() / 2, memory_),
+        executedOutput_(session.frameCap() / 2, memory_) {
     if (depth_ > kDeepest) {
       throw Failure("IE", "003", "subroutines call one another more than 32 deep");
     }
@@ -116,6 +120,9 @@ public:
 private:
   /// An iterator's keys, and those that were read from them.
   struct Keys {
+    explicit Keys(std::shared_ptr<LuaMemory> memory) : charge(std::move(memory)) {}
+
+    LuaCharge charge;
     KeyList list;
     std::vector<std::string> chunk;
     std::size_t next = 0;   // in the chunk
@@ -192,11 +199,18 @@ private:
 
   std::int64_t keepKeys(std::string_view file) override {
     if (keys_.size() == kMostIterators) throw ScriptError("too many selections at once");
-    Keys keys;
+    Keys keys(memory_);
     const FilePart part = parseFilePart(file, "IE", "007");
     try {
       const auto cursor = session_.data().scan(part, false);
-      while (cursor->next()) keys.list.add(cursor->key());
+      while (cursor->next()) {
+        keys.list.add(cursor->key());
+        if (keys.list.size() <= KeyList::kMostInMemory) {
+          keys.charge.add(sizeof(std::string) + cursor->key().size());
+        } else {
+          keys.charge.clear();  // on the disk now
+        }
+      }
     } catch (const StoreError& error) {
       throwAsFailure(error, "IE", "007");
     }

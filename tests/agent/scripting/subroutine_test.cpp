@@ -404,6 +404,13 @@ TEST_F(Subroutines, HaveTheirMemoryTogether) {
             "one by one");
 }
 
+TEST_F(Subroutines, HaveTheirOutputCountedAsMemory) {
+  store("PRINTS",
+        "local line = ('x'):rep(1000000) for i = 1, 7 do nox.print(line) end "
+        "nox.execute('RUN PRINTS')");
+  EXPECT_THAT(run("nox.execute('RUN PRINTS')"), HasSubstr("64 MiB of memory"));
+}
+
 TEST_F(Subroutines, AreAllEndedByAnInterruption) {
   store("LOOP", "while true do end");
   const test::InterruptSoon soon(session());
