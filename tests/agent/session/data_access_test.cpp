@@ -205,6 +205,17 @@ TEST_F(DataAccessTest, WhoMayOnlyReadChangesNothing) {
   EXPECT_EQ(ann.read("F", "A"), "0 'alpha'");
 }
 
+TEST(DataAccess, ARecordThatFitsIntoNoFrameIsAnError) {
+  AgentInProcess agent([](ConfigurationValues& values) { values.maxFrame = 4096; });
+  ClientInProcess ann(agent);
+  ann.session().store().createFile("F");
+  ann.session().store().write({"F", Part::Data}, "FITS", std::string(4000, 'x'));
+  ann.session().store().write({"F", Part::Data}, "BIG", std::string(4097, 'x'));
+  EXPECT_EQ(ann.read("F", "FITS"), "0 '" + std::string(4000, 'x') + "'");
+  EXPECT_EQ(ann.read("F", "BIG"), "IE/008");
+  EXPECT_EQ(ann.exists("F", "BIG"), "0");
+}
+
 // Locks.
 
 TEST_F(DataAccessTest, ASharedLockLetsOthersShareAndKeepsWritersOut) {
