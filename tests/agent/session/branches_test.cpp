@@ -397,6 +397,23 @@ TEST_F(BranchesTest, ABusyStoreLeavesItAsItWas) {
   EXPECT_EQ(ann->xaCommit("X"), "OK");
 }
 
+TEST_F(BranchesTest, OneWhoseChangesNoLongerFitStaysAndCanBeRolledBack) {
+  // Rows of tables have no locks.
+  EXPECT_EQ(ann->sql("CREATE TABLE t(k INTEGER PRIMARY KEY, v TEXT)"), "OK");
+  EXPECT_EQ(ann->sql("INSERT INTO t VALUES(1, 'before')"), "OK");
+  EXPECT_EQ(ann->xaStart("X"), "OK");
+  EXPECT_EQ(ann->sql("UPDATE t SET v = 'x' WHERE k = 1"), "OK");
+  EXPECT_EQ(ann->xaEnd("X"), "OK");
+  EXPECT_EQ(bob->xaStart("Y"), "OK");
+  EXPECT_EQ(bob->sql("UPDATE t SET v = 'y' WHERE k = 1"), "OK");
+  EXPECT_EQ(bob->xaEnd("Y"), "OK");
+  EXPECT_EQ(bob->xaPrepare("Y"), "OK");
+  EXPECT_EQ(ann->xaCommit("X"), "OK");
+  EXPECT_EQ(bob->xaCommit("Y"), "2D/000 fffffffd");
+  EXPECT_THAT(branches(), ElementsAre("1:Y prepared 0"));
+  EXPECT_EQ(bob->xaRollback("Y"), "OK");
+}
+
 TEST_F(BranchesTest, OfManyThreadsThatCommitItOneDoes) {
   constexpr int kRounds = 20;
   constexpr int kThreads = 4;

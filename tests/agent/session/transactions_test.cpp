@@ -14,13 +14,6 @@ namespace {
 
 constexpr int kUpdate = 2;
 
-std::string sql(ClientCalls& client, const char* statement) {
-  noxp::sql::CompileAndExecuteRequestProt request(new NOXPString(statement));
-  const auto reply = client.ask(request);
-  const std::string error = errorOf(*reply);
-  return error.empty() ? "OK" : error.substr(0, error.find(' '));
-}
-
 std::string beginSql(ClientCalls& client, int level) {
   noxp::sql::TransactionStartRequestProt request(level);
   request.setClassVersion(1);
@@ -205,12 +198,12 @@ TEST_F(TransactionsTest, AnIdleOneIsRolledBackAndTheNextRequestIsTold) {
 }
 
 TEST_F(TransactionsTest, OneThatTheStoreGaveUpFailsToCommit) {
-  EXPECT_EQ(sql(ann, "CREATE TABLE t(x)"), "OK");
-  EXPECT_EQ(sql(ann, "CREATE TRIGGER no AFTER INSERT ON t BEGIN SELECT RAISE(ROLLBACK, 'no'); END"),
+  EXPECT_EQ(ann.sql("CREATE TABLE t(x)"), "OK");
+  EXPECT_EQ(ann.sql("CREATE TRIGGER no AFTER INSERT ON t BEGIN SELECT RAISE(ROLLBACK, 'no'); END"),
             "OK");
   ann.begin();
   ann.write("F", "A", "new");
-  EXPECT_NE(sql(ann, "INSERT INTO t VALUES(1)"), "OK");
+  EXPECT_NE(ann.sql("INSERT INTO t VALUES(1)"), "OK");
   EXPECT_EQ(ann.commit(), "2D/000");
   EXPECT_EQ(ann.read("F", "A"), "0 'alpha'");
   EXPECT_EQ(bob.read("F", "A", kUpdate), "0 'alpha'") << "its locks are free";

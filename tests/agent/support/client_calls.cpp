@@ -223,6 +223,12 @@ std::string ClientCalls::set(const char* key, const char* value) {
   return say(noxp::common::SetPropertiesRequestProt(properties));
 }
 
+std::string ClientCalls::sql(const char* statement) {
+  noxp::sql::CompileAndExecuteRequestProt request(new NOXPString(statement));
+  const std::string error = errorOf(*ask(request));
+  return error.empty() ? "OK" : error;
+}
+
 std::string ClientCalls::run(const char* command) {
   NOXPBlob line(command);
   RemoteExecuteRequestProt request(&line);

@@ -77,6 +77,8 @@ public:
 
   /// Sets one property of the session.
   std::string set(const char* key, const char* value);
+  /// Compiles and executes a statement: "OK", or what was wrong.
+  std::string sql(const char* statement);
   /// A command line; its output with "|" for attribute marks.
   std::string run(const char* command);
 
