@@ -236,6 +236,49 @@ def strings():
     seed("strings", "blobs", op(22, 0, 1, text(marks) + b"\x09\1") + op(19, 0, 1, b"\1\1\1"))
 
 
+def commands():
+    for name, line in {
+        "list": 'LIST CUSTOMERS \'1\' \'two words\' NAME AGE HDR-SUPP ID-SUPP FIRST 10',
+        "with": 'SSELECT DICT C WITH EVERY A >= 1 AND B LIKE "x...y" OR D WITH E # "" BY F BY-DSND G',
+        "file": "DELETE-FILE OLD (Y",
+        "saved": "get-list MINE",
+        "run": "RUN TAX 12.5 \"two words\" 'quoted'",
+        "like": "banana\nb...an...a",
+        "numbers": "12.50\n+0012.5",
+        "not-closed": 'COUNT C WITH A = "never',
+    }.items():
+        seed("commands", name, line.encode())
+
+
+def dictionary():
+    record = b"D\xfe1\xfeMD2,\xfePrice\xfdeach\xfe10R\xfeM"
+    rows = b"\n12345\xfd-5\xfd\xfdmuch\xfe\n\xfe\xfd1"
+    seed("dictionary", "item", record + rows)
+    seed("dictionary", "expression", b"I\xfeid\xfe\xfeHeading\xfe\xfe" + rows)
+    seed("dictionary", "id", b"D the id\xfe0" + rows)
+    seed("dictionary", "narrow",
+         b"D\xfe1\xfe\xfe\xfe1L" + "\n\u6771\u4eac e\u0301".encode() + b"\xfeabc")
+    seed("dictionary", "wide", b"D\xfe1\xfe\xfe\xfe1000L\xfeM\n" + b"x\xfd" * 80)
+    seed("dictionary", "wrong", b"D\xfeone\xfeQ\xfe\xfeL\xfeX")
+
+
+def conversions():
+    for name, codes, data in [
+        ("date", b"D", b"21550\xfd-1\xfc\xfe0"),
+        ("typed-dates", b"D2/E", b"31/12/26\xfd1 JAN 1968\xfd2026-12-31\xfdDecember 31, 2026"),
+        ("iso", b"DI", b"-718430\xfd2933628"),
+        ("parts", b"DQ", b"21550"),
+        ("time", b"MTHS", b"86399\xfd9:30:59 pm"),
+        ("decimal", b"MD24,$Z", b"-1234567.89\xfd$1,234.56\xfd0"),
+        ("case", b"MCT", "o'neil ÉCOLE ß".encode() + b"\x80"),
+        ("hex", b"MX", b"18446744073709551615\xfd-ff"),
+        ("group", b"G1*2", b"a*b*c*d"),
+        ("several", b"G1*1\xfdMCN\xfdMD2", b"a*1x2*c"),
+        ("numbers", b"-0.0500", b"+1000000000000000000000.25"),
+    ]:
+        seed("conversions", name, codes + b"\n" + data)
+
+
 frames()
 auth_factory()
 sql_factory()
@@ -246,3 +289,6 @@ configurations()
 gzips()
 http()
 strings()
+commands()
+dictionary()
+conversions()

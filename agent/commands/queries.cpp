@@ -23,10 +23,18 @@ constexpr std::size_t kKeyOverhead = 4;
 constexpr std::size_t kRowOverhead = 24;
 constexpr std::size_t kFrameOverhead = 1024;
 
-/// Counts what goes into a frame.
+// What an open query keeps in memory, in bytes: a session may have many.
+constexpr std::size_t kPreparedRows = 256u * 1024;
+constexpr std::size_t kSortMemory = 2u * 1024 * 1024;
+
+std::size_t roomInFrame(const Session& session) {
+  return session.frameCap() - std::min(session.frameCap(), kFrameOverhead);
+}
+
+/// Counts what goes into a space.
 class Room {
 public:
-  explicit Room(std::size_t frameCap) : left_(frameCap - std::min(frameCap, kFrameOverhead)) {}
+  explicit Room(std::size_t bytes) : left_(bytes) {}
   /// False, with nothing taken, where it is too much.
   bool take(std::size_t bytes) {
     if (bytes > left_) return false;
@@ -103,12 +111,15 @@ std::unique_ptr<noxp::remote::ToviResponseProt> Queries::execute(std::string_vie
   }
 
   auto query = std::make_unique<Query>();
-  query->rows = std::make_unique<Rows>(session_, list.target, std::move(items), list.first);
+  query->rows =
+      std::make_unique<Rows>(session_, list.target, std::move(items), list.first, kSortMemory);
   query->lastUse = ++uses_;
   // The first chunk: its keys travel now, its rows with the fetches.
-  Room room(session_.frameCap());
-  Room memory(session_.frameCap());
-  room.take(heading.size());
+  Room room(roomInFrame(session_));
+  Room memory(kPreparedRows);
+  if (!room.take(heading.size())) {
+    throw Failure("IE", "011", "the headings are longer than a frame may be");
+  }
   std::string keys;
   for (int row = 0; row < session_.settings().fetchSize; ++row) {
     if (!query->rows->next()) {
@@ -117,11 +128,11 @@ std::unique_ptr<noxp::remote::ToviResponseProt> Queries::execute(std::string_vie
     }
     const std::string_view id = query->rows->id();
     const std::string_view columns = query->rows->columns();
-    const bool fits = room.take(id.size() + kKeyOverhead) && memory.take(columns.size());
     query->prepared.emplace_back(columns);
-    if (!fits) break;
+    if (!room.take(id.size() + kKeyOverhead)) break;
     if (row > 0) keys += kAttribute;
     keys += id;
+    if (!memory.take(columns.size())) break;
   }
 
   const NOXPBlob keyBlob(keys.data(), keys.size());
@@ -144,7 +155,7 @@ std::unique_ptr<noxp::remote::StatementFetchResponseProt> Queries::fetch(int id,
       static_cast<std::size_t>(rows > 0 ? rows : std::max(session_.settings().fetchSize, 1));
 
   std::vector<std::string> batch;
-  Room room(session_.frameCap());
+  Room room(roomInFrame(session_));
   try {
     std::string row;
     while (batch.size() < wanted && query.next(row)) {

@@ -125,14 +125,14 @@ private:
 };
 
 Rows::Rows(Session& session, const Target& target, std::vector<Item> columns,
-           std::optional<std::uint64_t> first)
+           std::optional<std::uint64_t> first, std::size_t memory)
     : session_(session),
       items_(std::move(columns)),
       rest_(first.value_or(std::numeric_limits<std::uint64_t>::max())) {
   Dictionary dictionary(session, target.file);
   filter_ = std::make_unique<Filter>(dictionary, target.with);
   for (const By& by : target.by) order_.push_back({dictionary.item(by.item), by.descending});
-  if (!order_.empty()) sorter_ = std::make_unique<Sorter>();
+  if (!order_.empty()) sorter_ = std::make_unique<Sorter>(memory);
 
   const auto needsRecord = [](const auto& item) { return item.needsRecord(); };
   const bool withBodies = filter_->needsRecord() ||
@@ -178,7 +178,7 @@ bool Rows::next() {
 }
 
 void Rows::checkNowAndThen() {
-  constexpr unsigned int kRecordsPerCheck = 256;
+  constexpr unsigned int kRecordsPerCheck = 32;  // expressions may take long for each
   if (++sinceCheck_ % kRecordsPerCheck == 0) checkDeadline(session_);
 }
 

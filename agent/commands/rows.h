@@ -1,6 +1,7 @@
 // Rows: the records that a command takes, in its order, each as the columns that it shows.
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 #include <memory>
 #include <optional>
@@ -25,9 +26,12 @@ class Sorter;
 /// for a command that takes too long, and what reading a record throws.
 class Rows {
 public:
-  /// `columns`: what each row shows. `first`: at most that many rows.
+  static constexpr std::size_t kSortMemory = 32u * 1024 * 1024;
+
+  /// `columns`: what each row shows. `first`: at most that many rows. `memory`: how much of a sort
+  /// stays in memory, in bytes.
   Rows(Session& session, const Target& target, std::vector<Item> columns,
-       std::optional<std::uint64_t> first = std::nullopt);
+       std::optional<std::uint64_t> first = std::nullopt, std::size_t memory = kSortMemory);
   ~Rows();
 
   /// Moves to the next row; false behind the last.

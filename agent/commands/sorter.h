@@ -16,9 +16,8 @@ namespace nox::agent {
 /// no room for it.
 class Sorter {
 public:
-  static constexpr std::size_t kMemory = 32u * 1024 * 1024;  // bytes
-
-  explicit Sorter(std::size_t memory = kMemory);
+  /// `memory`: how many bytes of entries it keeps before it writes a run.
+  explicit Sorter(std::size_t memory);
   ~Sorter();
   Sorter(const Sorter&) = delete;
   Sorter& operator=(const Sorter&) = delete;

@@ -117,11 +117,8 @@ std::optional<Date> readDate(std::string_view text, bool dayFirst) {
   std::string_view year = third.text;
   std::string_view day = second.text;
   Written::Part month = first;
-  if (names == 0 && first.text.size() == 4) {
-    year = first.text;
-    month = second;
-    day = third.text;
-  } else if (second.isName && first.text.size() == 4) {
+  const bool yearFirst = !first.isName && first.text.size() == 4;
+  if (yearFirst) {
     year = first.text;
     month = second;
     day = third.text;

@@ -191,6 +191,26 @@ TEST_F(QueriesTest, KeysOfTheFirstChunkAreCutAtTheFrame) {
   EXPECT_EQ(allRows(bob, opened.id, 1'000).size(), 400u);
 }
 
+TEST_F(QueriesTest, TheFirstChunkIsShorterWhereRowsAreLong) {
+  makeFile("LONG", {});
+  ann.write("DICT LONG", "TEXT", marked("D^1"));
+  const std::string text(200'000, 'x');
+  for (const char* const id : {"1", "2", "3", "4"}) ann.write("LONG", id, text);
+  const QueryReply opened = query(ann, "LIST LONG TEXT ID-SUPP");
+  EXPECT_EQ(opened.list, "1: 1 2");
+  EXPECT_THAT(allRows(ann, opened.id, 3), ElementsAre(text, text, text, text));
+}
+
+TEST_F(QueriesTest, HeadingsThatNoFrameHoldsAreAnError) {
+  AgentInProcess small([](ConfigurationValues& values) { values.maxFrame = 65'536; });
+  ClientInProcess bob(small);
+  ASSERT_EQ(execute(bob, "CREATE-FILE F").error, "");
+  bob.write("DICT F", "ALL", marked("D^1^^" + std::string(40'000, 'x')));
+  EXPECT_EQ(query(bob, "LIST F ALL").error, "");
+  EXPECT_EQ(query(bob, "LIST F ALL ALL").error,
+            "IE/011: the headings are longer than a frame may be");
+}
+
 TEST_F(QueriesTest, ARowThatNoFrameHoldsIsAnErrorAndEndsTheQuery) {
   AgentInProcess small([](ConfigurationValues& values) { values.maxFrame = 65'536; });
   ClientInProcess bob(small);

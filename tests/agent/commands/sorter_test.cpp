@@ -13,6 +13,8 @@ namespace {
 using ::testing::ElementsAre;
 using ::testing::IsEmpty;
 
+constexpr std::size_t kPlenty = 1'000'000;
+
 std::vector<std::string> drain(Sorter& sorter) {
   std::vector<std::string> contents;
   while (sorter.next()) contents.emplace_back(sorter.content());
@@ -20,7 +22,7 @@ std::vector<std::string> drain(Sorter& sorter) {
 }
 
 TEST(Sorter, GivesEntriesByTheirKeys) {
-  Sorter sorter;
+  Sorter sorter(kPlenty);
   sorter.add("b", "second");
   sorter.add("c", "third");
   sorter.add("a", "first");
@@ -29,7 +31,7 @@ TEST(Sorter, GivesEntriesByTheirKeys) {
 }
 
 TEST(Sorter, KeepsTheOrderOfEqualKeys) {
-  Sorter sorter;
+  Sorter sorter(kPlenty);
   sorter.add("a", "1");
   sorter.add("a", "2");
   sorter.add("a", "3");
@@ -37,7 +39,7 @@ TEST(Sorter, KeepsTheOrderOfEqualKeys) {
 }
 
 TEST(Sorter, OfNothingGivesNothing) {
-  Sorter sorter;
+  Sorter sorter(kPlenty);
   EXPECT_THAT(drain(sorter), IsEmpty());
   EXPECT_FALSE(sorter.next());
 }
