@@ -10,32 +10,22 @@ namespace nox::agent {
 
 namespace {
 
-using noxp::sql::ResultSetProt;
-using noxp::sql::RowProt;
-
-// What a row and a value take in a frame besides the bytes of the values.
-constexpr std::size_t kRowOverhead = 17;   // object, code, version, count, end
-constexpr std::size_t kValueOverhead = 8;  // blob, array, length, two ends
 // The reply around the rows: frame, two objects, statement id, count.
 constexpr std::size_t kReplyOverhead = 64;
 
 // Rows read ahead in one batch; a client that wants more gets the rest when it asks.
 constexpr std::size_t kMostBytesAhead = 1024u * 1024u;
-constexpr unsigned int kRowsBetweenLooksAtTheClock = 16;
+constexpr unsigned int kRowsBetweenLooksAtTheClock = 32;
 
 constexpr std::string_view kNullByte = "\x80";
 
-std::size_t encodedSize(const SqlRow& row, std::string_view null) {
-  std::size_t size = kRowOverhead;
-  for (const std::optional<std::string_view>& value : row) {
-    size += kValueOverhead + (value ? value->size() : null.size());
-  }
-  return size;
-}
-
 }  // namespace
 
-RowBatches::RowBatches(SqlRows& source, Bounds bounds) : source_(source), bounds_(bounds) {}
+RowBatches::RowBatches(SqlRows& source, Bounds bounds)
+    : source_(source),
+      null_(bounds.emptyNull ? std::string_view() : kNullByte),
+      mostBytes_(bounds.frameCap - kReplyOverhead),
+      prepared_(std::make_unique<EncodedRows>()) {}
 
 void RowBatches::advance() {
   row_ = nullptr;
@@ -51,67 +41,46 @@ void RowBatches::advance() {
   readUp_ = !row_;
 }
 
-bool RowBatches::addNext(Batch& batch) {
-  if (readUp_ || batch.full) return false;
+bool RowBatches::addNext(EncodedRows& batch) {
+  if (readUp_) return false;
   if (!row_) advance();
   if (!row_) return false;
-
-  const std::string_view null = bounds_.emptyNull ? std::string_view() : kNullByte;
-  const std::size_t size = encodedSize(*row_, null);
-  const std::size_t room = bounds_.frameCap - kReplyOverhead;
-  if (size > room) {
+  const std::size_t size = EncodedRows::sizeOf(*row_, null_);
+  if (size > mostBytes_) {
     failure_.emplace("22", "001",
                      "a row of " + std::to_string(size) + " bytes is larger than a frame may be");
     readUp_ = true;
     source_.close();
     return false;
   }
-  if (batch.bytes + size > room) {
-    batch.full = true;
-    return false;
-  }
-  auto row = std::make_unique<RowProt>();
-  for (const std::optional<std::string_view>& value : *row_) {
-    row->addColumnValue(value ? *value : null);
-  }
-  batch.rows->addRow(row.release());
-  ++batch.count;
-  batch.bytes += size;
+  if (batch.bytes() + size > mostBytes_) return false;
+  batch.add(*row_, null_);
   row_ = nullptr;
   return true;
 }
 
-/// The first rows of a prepared batch that is longer than what was asked for.
-RowBatches::Batch RowBatches::cutPrepared(std::size_t rows) {
-  Batch cut;
-  while (cut.count < rows) {
-    const RowProt* const from = prepared_.rows->next();
-    auto row = std::make_unique<RowProt>();
-    const int values = from->getNumberOfFields();
-    for (int i = 0; i < values; ++i) row->addColumnValue(from->getColumnView(i));
-    cut.rows->addRow(row.release());
-    ++cut.count;
-    --prepared_.count;
+std::unique_ptr<EncodedRows> RowBatches::take(std::size_t rows) {
+  auto batch = std::make_unique<EncodedRows>();
+  if (prepared_->count() > rows) {
+    prepared_->moveTo(*batch, rows);
+    return batch;
   }
-  // The rest counts with the bytes of what was taken: it only may end a little earlier.
-  return cut;
-}
-
-std::unique_ptr<ResultSetProt> RowBatches::take(std::size_t rows) {
-  Batch batch = prepared_.count > rows ? cutPrepared(rows) : std::exchange(prepared_, Batch());
-  while (batch.count < rows && addNext(batch)) {
+  batch.swap(prepared_);
+  while (batch->count() < rows && addNext(*batch)) {
   }
-  if (batch.count == 0 && failure_) throw Failure(*std::exchange(failure_, std::nullopt));
-  return std::move(batch.rows);
+  if (batch->count() == 0 && failure_) throw Failure(*std::exchange(failure_, std::nullopt));
+  usualBytes_ = batch->bytes();
+  return batch;
 }
 
 void RowBatches::prepare(std::size_t rows, std::chrono::steady_clock::time_point until) {
+  if (prepared_->count() == 0) prepared_->reserve(usualBytes_);
   unsigned int added = 0;
-  while (prepared_.count < rows && prepared_.bytes < kMostBytesAhead) {
+  while (prepared_->count() < rows && prepared_->bytes() < kMostBytesAhead) {
     if (++added % kRowsBetweenLooksAtTheClock == 0 && std::chrono::steady_clock::now() > until) {
       return;
     }
-    if (!addNext(prepared_)) return;
+    if (!addNext(*prepared_)) return;
   }
 }
 

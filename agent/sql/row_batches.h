@@ -5,10 +5,10 @@
 #include <cstddef>
 #include <memory>
 #include <optional>
-
-#include <nox/nox.h>
+#include <string_view>
 
 #include "agent/failure.h"
+#include "agent/sql/encoded_rows.h"
 #include "agent/store/store.h"
 
 namespace nox::agent {
@@ -27,33 +27,26 @@ public:
 
   /// Up to `rows` rows; none of them behind the last. Throws Failure in place of the first row that
   /// cannot be had; the query is over then.
-  std::unique_ptr<noxp::sql::ResultSetProt> take(std::size_t rows);
+  std::unique_ptr<EncodedRows> take(std::size_t rows);
   /// Reads rows ahead, for as long as the client needs to read the last batch anyway.
   void prepare(std::size_t rows, std::chrono::steady_clock::time_point until);
   /// Whether all rows were read from the store, or reading them failed.
   bool isReadUp() const { return readUp_; }
 
 private:
-  /// A set with what is known of it.
-  struct Batch {
-    std::unique_ptr<noxp::sql::ResultSetProt> rows = std::make_unique<noxp::sql::ResultSetProt>();
-    std::size_t count = 0;
-    std::size_t bytes = 0;  // of the encoded rows
-    bool full = false;      // the next row does not fit into its frame
-  };
-
-  /// Adds the store's next row; false where there is none or it does not fit.
-  bool addNext(Batch& batch);
+  /// Adds the next row of the source; false where there is none or it does not fit.
+  bool addNext(EncodedRows& batch);
   /// Moves to the next row, keeps a failure for the time when the rows before it are gone.
   void advance();
-  Batch cutPrepared(std::size_t rows);
 
   SqlRows& source_;
-  const Bounds bounds_;
+  const std::string_view null_;
+  const std::size_t mostBytes_;  // of the rows in a frame
   const SqlRow* row_ = nullptr;  // read, and in no batch yet
   bool readUp_ = false;
   std::optional<Failure> failure_;
-  Batch prepared_;
+  std::unique_ptr<EncodedRows> prepared_;
+  std::size_t usualBytes_ = 0;  // of a batch
 };
 
 }  // namespace nox::agent

@@ -10,6 +10,7 @@ namespace {
 
 using noxp::sql::ResultSetProt;
 using noxp::sql::RowProt;
+using noxp::sql::SQLResultResponseProt;
 
 /// Numbers from 1 up, and what became of their source.
 class Numbers : public SqlRows {
@@ -44,17 +45,68 @@ private:
   SqlRow row_;
 };
 
-std::string firstValues(ResultSetProt& set) {
+std::string frameOf(ResultSetProt& set) {
+  SQLResultResponseProt reply(1, &set);
+  MemoryBufferOutStream frame;
+  BinaryWriter(&frame).writeRoot(reply);
+  return frame.str();
+}
+
+/// What a client reads of a column.
+std::string valuesIn(std::string frame, int column = 0) {
+  ClientObjectFactory factory;
+  MemoryBufferInputStream in(frame.data(), frame.size());
+  const std::unique_ptr<Serializable> reply(BinaryReader(&factory, &in).readRootObject());
+  ResultSetProt& set = *dynamic_cast<SQLResultResponseProt&>(*reply).getResultSet();
   std::string text;
-  while (RowProt* const row = set.next()) text += row->getColumnView(0);
+  while (RowProt* const row = set.next()) text += row->getColumnView(column);
   return text;
 }
+
+std::string firstValues(EncodedRows& set) { return valuesIn(frameOf(set)); }
 
 std::chrono::steady_clock::time_point never() {
   return std::chrono::steady_clock::time_point::max();
 }
 
 const RowBatches::Bounds kWide{1u << 20, false};
+
+TEST(EncodedRows, TravelAsTheRowsOfAnySet) {
+  ResultSetProt plain;
+  EncodedRows encoded;
+  const std::string longText(100'000, 'x');
+  for (const std::string& text : {std::string("a"), std::string(), longText}) {
+    const SqlRow row = {std::string_view(text), std::nullopt, std::string_view("\0;]", 3)};
+    auto same = std::make_unique<RowProt>();
+    for (const auto& value : row) same->addColumnValue(value ? *value : "null");
+    plain.addRow(same.release());
+    encoded.add(row, "null");
+  }
+  plain.addRow([] {
+    auto empty = std::make_unique<RowProt>();
+    empty->addColumnValue("");
+    return empty.release();
+  }());
+  encoded.add({std::string_view()}, "");
+  const std::size_t bytes = encoded.bytes();
+  const std::string frame = frameOf(encoded);
+  EXPECT_EQ(frame, frameOf(plain));
+  EXPECT_EQ(frame.size() - frameOf(*std::make_unique<EncodedRows>()).size(), bytes);
+}
+
+TEST(EncodedRows, RowsMoveToAnotherSet) {
+  EncodedRows from;
+  for (const char* const text : {"a", "bb", "ccc"}) from.add({std::string_view(text)}, "");
+  const std::size_t bytes = from.bytes();
+  EncodedRows to;
+  from.moveTo(to, 1);
+  from.moveTo(to, 1);
+  EXPECT_EQ(from.count(), 1u);
+  EXPECT_EQ(to.count(), 2u);
+  EXPECT_EQ(from.bytes() + to.bytes(), bytes);
+  EXPECT_EQ(firstValues(from), "ccc");
+  EXPECT_EQ(firstValues(to), "abb");
+}
 
 TEST(RowBatches, ABatchHasTheRowsThatWereWanted) {
   Numbers numbers(5);
@@ -122,16 +174,9 @@ TEST(RowBatches, ABatchFitsIntoAFrame) {
   std::string all;
   int frames = 0;
   for (;; ++frames) {
-    const auto set = batches.take(100);
-    noxp::sql::SQLResultResponseProt reply(1, set.get());
-    MemoryBufferOutStream frame;
-    BinaryWriter(&frame).writeRoot(reply);
-    EXPECT_LE(frame.str().size(), 500u);
-    ClientObjectFactory factory;
-    MemoryBufferInputStream in(frame.str().data(), frame.str().size());
-    const std::unique_ptr<Serializable> read(BinaryReader(&factory, &in).readRootObject());
-    const std::string values =
-        firstValues(*dynamic_cast<noxp::sql::SQLResultResponseProt&>(*read).getResultSet());
+    const std::string frame = frameOf(*batches.take(100));
+    EXPECT_LE(frame.size(), 500u);
+    const std::string values = valuesIn(frame);
     if (values.empty()) break;
     all += values;
   }
@@ -168,8 +213,7 @@ TEST(RowBatches, NullIsOneByteOrNone) {
   const auto secondValue = [](bool emptyNull) {
     Numbers numbers(1);
     RowBatches batches(numbers, {1'000, emptyNull});
-    const auto set = batches.take(1);
-    return std::string(set->next()->getColumnView(1));
+    return valuesIn(frameOf(*batches.take(1)), 1);
   };
   EXPECT_EQ(secondValue(false), "\x80");
   EXPECT_EQ(secondValue(true), "");
