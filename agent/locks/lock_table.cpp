@@ -1,9 +1,9 @@
 // One mutex guards everything: what it covers is a few look-ups, and a search for a cycle sees all
 // waits at one moment.
 //
-//   Part      a part of a file in which something is locked or waited for
-//   Record    one of its records: who holds it, and the queue
-//   Owner     what one session or branch holds, and what it waits for
+//   PartLocks   a part of a file in which something is locked or waited for
+//   Record      one of its records: who holds it, and the queue
+//   Owner       what one session or branch holds, and what it waits for
 //
 // A part and a record exist as long as somebody holds or wants them.
 #include "agent/locks/lock_table.h"
@@ -63,11 +63,9 @@ struct LockTable::Impl {
   using Queue = std::list<Wait*>;
 
   struct Record {
-    explicit Record(const std::string& recordId) : id(&recordId) {}
-
-    const std::string* id;  // its key in the part
-    std::vector<Holder> holders{};
-    Queue queue{};  // upgrades first: nobody else can be served before them
+    const std::string* id = nullptr;  // its key in the part
+    std::vector<Holder> holders;
+    Queue queue;  // upgrades first: nobody else can be served before them
 
     Holder* holder(const Owner& owner) {
       for (Holder& held : holders) {
@@ -78,19 +76,17 @@ struct LockTable::Impl {
   };
 
   struct PartLocks {
-    explicit PartLocks(const PartName& partName) : name(&partName) {}
-
-    const PartName* name;  // its key in the table
-    std::unordered_map<std::string, Record> records{};
+    const PartName* name = nullptr;  // its key in the table
+    std::unordered_map<std::string, Record> records;
     std::size_t owners = 0;   // that hold records of it
     Owner* holder = nullptr;  // who has the part as a whole
-    Queue queue{};            // who wants it as a whole
+    Queue queue;              // who wants it as a whole
   };
 
   struct Owner {
     LockOwner id = 0;
-    std::unordered_map<PartLocks*, std::unordered_set<Record*>> records{};
-    std::unordered_set<PartLocks*> parts{};  // as a whole
+    std::unordered_map<PartLocks*, std::unordered_set<Record*>> records;
+    std::unordered_set<PartLocks*> parts;  // as a whole
     Wait* wait = nullptr;
     bool cancelled = false;
     std::uint64_t seen = 0;  // the last search that came by
@@ -118,8 +114,7 @@ struct LockTable::Impl {
   }
 
   PartLocks& partOf(const RecordLock& record) {
-    const auto [found, added] =
-        parts.try_emplace(PartName{record.account, record.file}, PartName{});
+    const auto [found, added] = parts.try_emplace({record.account, record.file});
     if (added) found->second.name = &found->first;
     return found->second;
   }
@@ -130,7 +125,7 @@ struct LockTable::Impl {
   }
 
   static Record& recordOf(PartLocks& part, const std::string& id) {
-    const auto [found, added] = part.records.try_emplace(id, id);
+    const auto [found, added] = part.records.try_emplace(id);
     if (added) found->second.id = &found->first;
     return found->second;
   }
