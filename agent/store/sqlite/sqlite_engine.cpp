@@ -43,10 +43,7 @@ public:
     }
     std::error_code error;
     fs::create_directories(directory_, error);
-    if (error) {
-      throw StoreError(StoreError::Kind::Failed, directory_.string() + ": " + error.message(),
-                       error.value());
-    }
+    if (error) fail(error);
     // Made whole beside its place: an agent that dies meanwhile leaves no half of an account.
     NewFile file(fileOf(account));
     {
@@ -58,12 +55,14 @@ public:
 
   std::vector<std::string> accounts() override {
     std::vector<std::string> accounts;
-    std::error_code missing;
-    for (const fs::directory_entry& entry : fs::directory_iterator(directory_, missing)) {
-      if (entry.path().extension() != kSuffix) continue;
-      const std::string account = entry.path().stem().string();
+    std::error_code error;
+    for (fs::directory_iterator entry(directory_, error), end; !error && entry != end;
+         entry.increment(error)) {
+      if (entry->path().extension() != kSuffix) continue;
+      const std::string account = entry->path().stem().string();
       if (hasAccount(account)) accounts.push_back(account);
     }
+    if (error && error != std::errc::no_such_file_or_directory) fail(error);
     std::sort(accounts.begin(), accounts.end());
     return accounts;
   }
@@ -97,6 +96,11 @@ public:
 
 private:
   fs::path fileOf(const std::string& account) const { return directory_ / (account + kSuffix); }
+
+  [[noreturn]] void fail(const std::error_code& error) const {
+    throw StoreError(StoreError::Kind::Failed, directory_.string() + ": " + error.message(),
+                     error.value());
+  }
 
   void requireAccount(const std::string& account) {
     if (!hasAccount(account)) {

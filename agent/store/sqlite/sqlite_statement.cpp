@@ -6,6 +6,13 @@
 
 namespace nox::agent {
 
+namespace {
+
+// A null pointer would bind null.
+const char* orEmpty(const char* data) { return data != nullptr ? data : ""; }
+
+}  // namespace
+
 void Statement::Finalize::operator()(sqlite3_stmt* statement) const noexcept {
   sqlite3_finalize(statement);
 }
@@ -19,15 +26,14 @@ Statement::Statement(sqlite3* db, std::string_view sql) {
 }
 
 void Statement::bindText(int parameter, std::string_view text) {
-  const int code = sqlite3_bind_text64(handle(), parameter + 1, text.data(), text.size(),
+  const int code = sqlite3_bind_text64(handle(), parameter + 1, orEmpty(text.data()), text.size(),
                                        SQLITE_STATIC, SQLITE_UTF8);
   if (code != SQLITE_OK) throw storeError(sqlite3_db_handle(handle()), code);
 }
 
 void Statement::bindBytes(int parameter, std::string_view bytes) {
-  // A null pointer would bind null.
-  const char* data = bytes.data() != nullptr ? bytes.data() : "";
-  const int code = sqlite3_bind_blob64(handle(), parameter + 1, data, bytes.size(), SQLITE_STATIC);
+  const int code = sqlite3_bind_blob64(handle(), parameter + 1, orEmpty(bytes.data()), bytes.size(),
+                                       SQLITE_STATIC);
   if (code != SQLITE_OK) throw storeError(sqlite3_db_handle(handle()), code);
 }
 

@@ -62,6 +62,12 @@ TEST_F(Accounts, OfADirectoryThatIsNotThereAreNone) {
   EXPECT_FALSE(elsewhere->hasAccount("MAIN"));
 }
 
+TEST_F(Accounts, OfADirectoryThatCannotBeReadAreNotTakenForNone) {
+  std::ofstream(directory.file("flat")) << "x";
+  const auto elsewhere = makeSqliteEngine(directory.file("flat"), {});
+  EXPECT_THAT(reason([&] { elsewhere->accounts(); }), HasSubstr("flat"));
+}
+
 TEST_F(Accounts, MakeTheirDirectoryWithTheFirstOne) {
   const auto elsewhere = makeSqliteEngine(directory.file("a/b"), {});
   elsewhere->createAccount("MAIN");
