@@ -11,7 +11,6 @@
 #include <cstdio>
 #include <filesystem>
 #include <memory>
-#include <regex>
 #include <sstream>
 #include <stdexcept>
 #include <string>
@@ -238,11 +237,11 @@ TEST_F(LogTest, RequestsDoNotWaitForADiskThatHangsAndMissingLinesAreCounted) {
 
   std::size_t written = 0;
   std::size_t missing = 0;
-  const std::regex count(" ([0-9]+) access lines are missing");
+  const std::string before = " warning ";
   for (const std::string& line : linesOf(text)) {
-    std::smatch match;
     if (line.find(" access session=7 ") != std::string::npos) ++written;
-    if (std::regex_search(line, match, count)) missing += std::stoul(match[1]);
+    if (line.find(" access lines are missing") == std::string::npos) continue;
+    missing += std::stoul(line.substr(line.find(before) + before.size()));
   }
   EXPECT_GT(missing, 0U);
   EXPECT_EQ(written + missing, kMany);
