@@ -97,9 +97,12 @@ FileColumns FileColumnsReader::finish() {
   for (FileColumn& column : single) {
     const std::string plain = column.name;
     int& count = taken[lower(plain)];
-    if (count++ == 0) continue;
+    if (count == 0) {
+      count = 1;
+      continue;
+    }
     do {
-      column.name = plain + "_" + std::to_string(count++);
+      column.name = plain + "_" + std::to_string(++count);
     } while (!taken.emplace(lower(column.name), 1).second);
   }
   return std::move(columns_);

@@ -10,16 +10,6 @@ bool isBlank(char c) {
 
 bool isLetter(char c) { return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || c == '_'; }
 
-std::string quoted(std::string_view text, char quote) {
-  std::string result(1, quote);
-  for (const char c : text) {
-    if (c == quote) result += quote;
-    result += c;
-  }
-  result += quote;
-  return result;
-}
-
 /// Behind the end of the comment that `text` begins with; a comment may lack its end.
 std::size_t commentLength(std::string_view text, std::string_view end) {
   const std::size_t at = text.find(end, 2);
@@ -52,8 +42,13 @@ std::string firstWord(std::string_view text) {
   return word;
 }
 
-std::string quotedName(std::string_view name) { return quoted(name, '"'); }
-
-std::string quotedText(std::string_view text) { return quoted(text, '\''); }
+std::string quotedName(std::string_view name) {
+  std::string result(1, '"');
+  for (const char c : name) {
+    if (c == '"') result += c;
+    result += c;
+  }
+  return result + '"';
+}
 
 }  // namespace nox::agent

@@ -14,7 +14,5 @@ std::string firstWord(std::string_view text);
 
 /// `name` as an identifier of SQL, whatever characters it has.
 std::string quotedName(std::string_view name);
-/// `text` as a literal of SQL.
-std::string quotedText(std::string_view text);
 
 }  // namespace nox::agent
