@@ -1,6 +1,7 @@
 #include "agent/store/sqlite/sqlite_error.h"
 
 #include <cerrno>
+#include <system_error>
 
 #include <sqlite3.h>
 
@@ -71,13 +72,29 @@ StoreError storeError(sqlite3* db, int code, const std::string& what) {
   const int extended = db != nullptr ? sqlite3_extended_errcode(db) : code;
   // The connection's own words belong to its own code; some calls fail without touching either.
   const bool isOwn = db != nullptr && (extended & kPrimaryCode) == (code & kPrimaryCode);
-  const char* reason = isOwn ? sqlite3_errmsg(db) : sqlite3_errstr(code);
   const int reported = isOwn ? extended : code;
-  const bool isTransfer = db != nullptr && (reported & kPrimaryCode) == SQLITE_IOERR;
-  const StoreError::Kind kind = storeErrorKind(reported, isTransfer ? lastSystemError(db) : 0);
-  // The words for a failed write do not say that it is for lack of room.
-  if (isTransfer && kind == StoreError::Kind::Full) reason = "there is no room on the disk";
-  return StoreError(kind, what.empty() ? std::string(reason) : what + ": " + reason, reported);
+  std::string reason = isOwn ? sqlite3_errmsg(db) : sqlite3_errstr(code);
+  int systemError = 0;
+  switch (reported & kPrimaryCode) {
+    case SQLITE_IOERR:
+      if (db != nullptr) systemError = lastSystemError(db);
+      // The engine's words for a failed write do not say that it is for lack of room.
+      if (storeErrorKind(reported, systemError) == StoreError::Kind::Full) {
+        reason = "there is no room on the disk";
+      }
+      break;
+    case SQLITE_CANTOPEN:
+      if (isOwn) systemError = sqlite3_system_errno(db);
+      if (systemError != 0) reason += ": " + std::generic_category().message(systemError);
+      break;
+    case SQLITE_READONLY:
+      reason = "the file or its directory may not be written";
+      break;
+    default:
+      break;
+  }
+  return StoreError(storeErrorKind(reported, systemError),
+                    what.empty() ? reason : what + ": " + reason, reported);
 }
 
 }  // namespace nox::agent
