@@ -18,9 +18,11 @@ class NoxdLists : public test::NoxdSession {
 protected:
   /// Records 0000 to the last, with their number in attribute 1.
   void fill(int records) {
+    Transaction work = ann_.begin();  // each write would wait for the disk
     Batch batch(ann_);
     for (int i = 0; i < records; ++i) batch.write(fileName(), idOf(i), Record{std::to_string(i)});
     for (const Batch::Result& result : batch.run()) ASSERT_TRUE(result.ok());
+    work.commit();
     ann_.file("DICT " + fileName()).write("N", Record{"D", "1", "", "N", "8R", "S"});
   }
   static std::string idOf(int i) {

@@ -97,11 +97,13 @@ TEST_F(NoxdRecords, LieInFilesThatAreThere) {
 
 TEST_F(NoxdRecords, TravelInBatches) {
   constexpr int kRecords = 5000;
+  Transaction work = ann_.begin();  // each write would wait for the disk
   Batch writes(ann_);
   for (int i = 0; i < kRecords; ++i) {
     writes.write(fileName(), std::to_string(i), Record{"record " + std::to_string(i)});
   }
   for (const Batch::Result& result : writes.run()) ASSERT_TRUE(result.ok());
+  work.commit();
   Batch reads(bob_);
   for (int i = 0; i < kRecords; ++i) reads.read(fileName(), std::to_string(i));
   reads.read(fileName(), "none");
