@@ -66,7 +66,7 @@ void Conversation::takeValues() {
 }
 
 void Conversation::interrupt() {
-  interrupted_.store(true, std::memory_order_relaxed);
+  interrupted_ = true;
   session_.interrupt();
 }
 
@@ -82,7 +82,8 @@ Conversation::End Conversation::run() {
         refuse(wire_.problem());
         break;
       case Wire::Event::Broken:
-        wire_.sendError(Failure("IE", "000", "this is no frame, or one that is too long"));
+        began_ = Clock::now();
+        refuse(Failure("IE", "000", "this is no frame, or one that is too long"));
         return End::Said;
       case Wire::Event::Http:
         return End::Http;
@@ -119,10 +120,12 @@ void Conversation::answer() {
 /// Answers a frame that holds nothing the agent can work on.
 void Conversation::refuse(const Failure& failure) {
   ++refused_;
+  const std::string code = codeOf(failure);
+  agent_.metrics.error(code);
   const std::uint64_t sentBefore = wire_.bytesSent();
   wire_.sendError(failure);
   ended_ = Clock::now();
-  note("(none)", wire_.bytesSent() - sentBefore, codeOf(failure));
+  note("(none)", wire_.bytesSent() - sentBefore, code);
 }
 
 /// Sends the one reply, and says how it went: "ok" or an SQLSTATE.
@@ -135,6 +138,8 @@ std::string Conversation::handle(const Dispatcher::Entry& entry, noxp::RequestPr
   try {
     if (!entry.keepsPrompt) session_.abandonProgram();
     session_.beginRequest();
+    // An interruption that came before the request began has been forgotten with its begin.
+    if (interrupted_) throw Failure("IE", "000", "the session was ended");
     entry.handle(session_, request, reply, entry);
     if (reply.sent()) return kOk;
     throw std::logic_error("a request was not answered");
@@ -143,6 +148,8 @@ std::string Conversation::handle(const Dispatcher::Entry& entry, noxp::RequestPr
   } catch (...) {
     failure = failureOfException(entry);
   }
+  std::string code = codeOf(*failure);
+  agent_.metrics.error(code);
   if (wire_.bytesSent() == sentBefore) {
     if (reply.sent()) wire_.dropReply();
     if (entry.isSql) {
@@ -151,7 +158,7 @@ std::string Conversation::handle(const Dispatcher::Entry& entry, noxp::RequestPr
       wire_.sendError(*failure);
     }
   }
-  return codeOf(*failure);
+  return code;
 }
 
 /// What the exception that is being handled is to the client. The log alone learns the particulars
@@ -201,7 +208,6 @@ void Conversation::note(const char* request, std::uint64_t bytesOut, const std::
   add(requests_, 1);
   add(bytesIn_, wire_.frameBytes());
   add(bytesOut_, bytesOut);
-  if (outcome != kOk) agent_.metrics.error(outcome);
   const auto duration = ended_ - began_;
   const bool slow = values_->slowRequest.count() > 0 && duration >= values_->slowRequest;
   if (!values_->accessLog && !slow) return;

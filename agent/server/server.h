@@ -48,8 +48,8 @@ public:
   /// Interrupts running requests and ends every connection. Open transactions are rolled back.
   void stop();
   /// Reads the certificate, the key and the authority of clients anew. Where they cannot be used,
-  /// the old ones stay and the log says why. The other values of the configuration hold for new
-  /// connections as soon as they are replaced; addresses only after a restart.
+  /// the old ones stay and the log says why. Connections take the other values of the configuration
+  /// with their next request; addresses hold until a restart.
   void reload();
 
 private:

@@ -69,7 +69,7 @@ public:
   /// Everything that has been logged and printed since the first start.
   std::string log() const;
   /// Waits until the log holds `text`.
-  void waitForLog(const std::string& text) const;
+  void waitForLog(const std::string& text);
 
   std::string file(const std::string& name) const { return directory_.file(name); }
   std::string dataDirectory() const { return file("data"); }

@@ -8,6 +8,7 @@
 
 #include "tests/agent/support/client.h"
 #include "tests/agent/support/noxd_process.h"
+#include "tests/agent/support/sanitized.h"
 #include "tests/agent/wire/waiting.h"
 
 namespace nox::agent::test {
@@ -107,6 +108,7 @@ TEST(Connections, MayHaveDescriptorsAbove1024) {
 }
 
 TEST(Connections, WaitWhileThereAreNoDescriptors) {
+  if (kSanitized) GTEST_SKIP() << "the sanitizer itself needs descriptors to look at objects";
   NoxdProcess noxd;
   noxd.withDescriptors(48).set("server.login_timeout", "600").start();
   Clients clients;
@@ -125,6 +127,7 @@ TEST(Connections, WaitWhileThereAreNoDescriptors) {
 }
 
 TEST(Connections, CostLittleAtRest) {
+  if (kSanitized) GTEST_SKIP() << "the sanitizer keeps what is freed";
   constexpr int kMany = 30;
   NoxdProcess noxd;
   noxd.start();

@@ -5,6 +5,7 @@
 
 #include "tests/agent/support/client.h"
 #include "tests/agent/support/noxd_process.h"
+#include "tests/agent/wire/waiting.h"
 
 namespace nox::agent::test {
 namespace {
@@ -66,10 +67,14 @@ TEST_F(Http, ShowsWhatWasCounted) {
   Client client(noxd->plainPort());
   EXPECT_TRUE(client.logIn().echoes());
   EXPECT_EQ(client.read("NO.SUCH.FILE", "1"), "IE/008");
-  const std::string page = answerTo("GET /metrics HTTP/1.1\r\n\r\n");
-  EXPECT_EQ(statusOf(page), "HTTP/1.1 200");
-  EXPECT_NE(page.find("noxd_requests_total{request=\"Echo\"} 1\n"), std::string::npos) << page;
-  EXPECT_NE(page.find("sqlstate=\"IE008\"} 1"), std::string::npos) << page;
+  // A request is counted when its reply has been sent, which may be a moment after it is read.
+  EXPECT_TRUE(comesTrue([] {
+    const std::string page = answerTo("GET /metrics HTTP/1.1\r\n\r\n");
+    return statusOf(page) == "HTTP/1.1 200" &&
+           page.find("noxd_requests_total{request=\"Echo\"} 1\n") != std::string::npos &&
+           page.find("noxd_requests_total{request=\"ReadRecord\"} 1\n") != std::string::npos &&
+           page.find("noxd_errors_total{sqlstate=\"IE008\"} 1\n") != std::string::npos;
+  }));
 }
 
 TEST_F(Http, KnowsNoOtherPageAndNoOtherMethod) {
