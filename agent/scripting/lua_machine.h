@@ -67,7 +67,7 @@ class LuaCharge {
 public:
   explicit LuaCharge(std::shared_ptr<LuaMemory> memory) : memory_(std::move(memory)) {}
   LuaCharge(LuaCharge&& other) noexcept
-      : memory_(other.memory_), bytes_(std::exchange(other.bytes_, 0)) {}
+      : memory_(std::move(other.memory_)), bytes_(std::exchange(other.bytes_, 0)) {}
   LuaCharge& operator=(LuaCharge&&) = delete;
   ~LuaCharge() { clear(); }
 
@@ -76,7 +76,9 @@ public:
     if (!memory_->take(bytes)) throw std::bad_alloc();
     bytes_ += bytes;
   }
-  void clear() { memory_->give(std::exchange(bytes_, 0)); }
+  void clear() {
+    if (bytes_ > 0) memory_->give(std::exchange(bytes_, 0));
+  }
 
 private:
   std::shared_ptr<LuaMemory> memory_;
