@@ -15,7 +15,22 @@ namespace nox::agent {
 
 namespace {
 
-using namespace noxp::sql;
+using noxp::sql::BindRequestProt;
+using noxp::sql::CallSubroutineRequestProt;
+using noxp::sql::CompileAndExecuteRequestProt;
+using noxp::sql::CompileRequestProt;
+using noxp::sql::DatabaseMetaDataRequestProt;
+using noxp::sql::ExecuteRequestProt;
+using noxp::sql::FetchRequestProt;
+using noxp::sql::LoadSubroutineRequestProt;
+using noxp::sql::MetaDataRequestProt;
+using noxp::sql::PrecompileRequestProt;
+using noxp::sql::ReleaseStatementRequestProt;
+using noxp::sql::SQLOKResponseProt;
+using noxp::sql::SQLParamsResponseProt;
+using noxp::sql::SQLResultResponseProt;
+using noxp::sql::SQLRSMDResponseProt;
+using noxp::sql::SQLUpdateResponseProt;
 
 /// A count beyond what the reply can hold is told as the most that it can.
 int updateCount(std::int64_t changes) {

@@ -29,6 +29,8 @@ constexpr int kCatalogId = 0;
 
 /// What a parameter takes in a frame besides its bytes, and then some for the reply around them.
 constexpr std::size_t kMostAroundParameter = 64;
+/// What a description takes besides its names.
+constexpr std::size_t kMostAroundColumn = 400;
 
 struct Property {
   std::string_view name;
@@ -99,6 +101,18 @@ void SqlStatements::requireRights(SqlStatement& statement) const {
   if (!statement.isReadOnly()) session_.requireWrite();
 }
 
+void SqlStatements::requireRoomToRead() const {
+  const auto isReading = [](const auto& held) {
+    const auto* const query = std::get_if<Query>(&held.second);
+    return query && query->batches && !query->batches->isReadUp();
+  };
+  if (static_cast<std::size_t>(std::count_if(open_.begin(), open_.end(), isReading)) >=
+      kMostReading) {
+    throw Failure("IE", "001",
+                  std::to_string(kMostReading) + " queries have rows left to be fetched");
+  }
+}
+
 int SqlStatements::keep(Held held) {
   do {
     lastId_ = lastId_ == std::numeric_limits<int>::max() ? 1 : lastId_ + 1;
@@ -157,6 +171,7 @@ SqlStatements::Outcome SqlStatements::execute(Query& query) {
                     std::to_string(query.values.size()) + " values are bound to " +
                         std::to_string(count) + " parameters");
     }
+    if (statement.isQuery()) requireRoomToRead();
     statement.execute(query.values);
     if (!statement.isQuery()) outcome.changes = statement.changes();
   });
@@ -218,8 +233,20 @@ std::unique_ptr<ResultSetMetaDataProt> SqlStatements::describe(int id) {
   if (found == open_.end()) throwUnknown(id);
   auto* const query = std::get_if<Query>(&found->second);
   if (!query) return agent::describe({}, {});
-  return inStore(
-      [&] { return agent::describe(query->statement->columns(), query->statement->parameters()); });
+  return inStore([&] {
+    const std::vector<SqlColumn> columns = query->statement->columns();
+    const std::vector<SqlColumn> parameters = query->statement->parameters();
+    std::size_t bytes = 0;
+    for (const auto* const described : {&columns, &parameters}) {
+      for (const SqlColumn& column : *described) {
+        bytes += kMostAroundColumn + column.name.size() + column.table.size();
+      }
+    }
+    if (bytes > session_.frameCap()) {
+      throw Failure("IE", "001", "the description is larger than a frame may be");
+    }
+    return agent::describe(columns, parameters);
+  });
 }
 
 void SqlStatements::release(int id) {

@@ -19,12 +19,14 @@ namespace nox::agent {
 
 class Session;
 
-/// Ids count from 1, at most kMost at a time; each names a statement or a subroutine that was
-/// loaded. Failures carry the codes of the SQL requests; 26/000 for an id that names nothing, or
-/// the other of the two. What a reply carries is the caller's.
+/// Ids count from 1, at most kMost at a time (IE/001); each names a statement or a subroutine that
+/// was loaded. Failures carry the codes of the SQL requests; 26/000 for an id that names nothing,
+/// or the other of the two. What a reply carries is the caller's.
 class SqlStatements {
 public:
   static constexpr std::size_t kMost = 256;
+  /// Queries with rows left to read: each keeps a connection to the store.
+  static constexpr std::size_t kMostReading = 32;
 
   /// What an execution answers.
   struct Outcome {
@@ -93,6 +95,7 @@ private:
   int keep(Held held);
   void requireRoom() const;
   void requireRights(SqlStatement& statement) const;
+  void requireRoomToRead() const;
   Query& query(int id);
   Outcome execute(Query& query);
   /// The next batch, which is followed by another one when the reply has gone out.

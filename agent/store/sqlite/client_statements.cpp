@@ -164,6 +164,7 @@ std::unique_ptr<ClientStatement> ClientStatements::prepare(const std::string& sq
 void ClientStatements::giveBack(std::unique_ptr<ClientStatement> statement) noexcept {
   sqlite3_reset(statement->handle.get());
   sqlite3_clear_bindings(statement->handle.get());
+  if (statement->sql.size() > kLongestKept) return;
   try {
     kept_.push_front(std::move(statement));
   } catch (const std::bad_alloc&) {
@@ -185,7 +186,7 @@ bool ClientStatements::step(ClientStatement& statement) {
 StoreError ClientStatements::error(int code, bool preparing) {
   using Kind = StoreError::Kind;
   const std::string refusal = std::exchange(refusal_, {});
-  const StoreError plain = storeError(connection_.handle(), code);
+  StoreError plain = storeError(connection_.handle(), code);
   if (!refusal.empty()) return StoreError(Kind::NotAllowed, refusal, plain.status());
   switch (plain.status() & kPrimaryCode) {
     case SQLITE_AUTH:

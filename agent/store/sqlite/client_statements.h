@@ -35,6 +35,7 @@ struct ClientStatement {
 class ClientStatements : public SqlConnectionState {
 public:
   static constexpr std::size_t kMostKept = 32;
+  static constexpr std::size_t kLongestKept = 16u * 1024;  // bytes of its text
   static constexpr std::size_t kMostFileTables = 256;
 
   ClientStatements(SqliteConnection& connection, SqlConversions conversions);
@@ -42,7 +43,7 @@ public:
 
   /// Ready to be bound: one that was kept, if nothing that it names has changed, or a new one.
   std::unique_ptr<ClientStatement> take(const std::string& sql);
-  /// Resets the statement and keeps it.
+  /// Resets the statement and keeps it, where its text is not long.
   void giveBack(std::unique_ptr<ClientStatement> statement) noexcept;
 
   /// Does what may fail because a file is named that the connection does not know yet; again when

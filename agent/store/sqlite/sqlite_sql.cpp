@@ -219,7 +219,9 @@ std::vector<SqlColumn> SqliteSqlStatement::columns() {
   return prepared([](SqliteConnection& connection, sqlite3_stmt* statement) {
     ClientStatements& statements = ClientStatements::of(connection);
     std::vector<SqlColumn> columns;
-    for (int i = 0; i < sqlite3_column_count(statement); ++i) {
+    const int count = sqlite3_column_count(statement);
+    columns.reserve(static_cast<std::size_t>(count));
+    for (int i = 0; i < count; ++i) {
       columns.push_back(resultColumn(statements, connection, statement, i));
     }
     return columns;

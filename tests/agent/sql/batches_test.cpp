@@ -301,6 +301,14 @@ TEST_F(SqlFetchTest, ValuesTravelAsTextAndBytes) {
             "rows 9223372036854775807,-1,1.5,1.0e+100,größe," + std::string("\0A\xFF", 3));
 }
 
+TEST_F(SqlFetchTest, ThirtyTwoQueriesAreReadAtATime) {
+  for (int i = 0; i < 32; ++i) sql_.run("SELECT i FROM n");
+  EXPECT_EQ(sql_.run("SELECT i FROM n"), "0 IE/001");
+  EXPECT_EQ(sql_.once("DELETE FROM n WHERE i = 25"), "changed 1");
+  EXPECT_EQ(sql_.fetch(3, 100), "3 rows" + numbers(11, 25));
+  EXPECT_EQ(sql_.once("SELECT i FROM n WHERE i = 7"), "rows 7");
+}
+
 TEST_F(SqlFetchTest, ReturnedRowsComeInBatchesToo) {
   EXPECT_EQ(sql_.run("DELETE FROM n RETURNING i"), "3 rows" + numbers(1, 10));
   EXPECT_EQ(sql_.fetch(3, 100), "3 rows" + numbers(11, 25));
@@ -340,6 +348,13 @@ TEST_F(SmallFramesTest, ABigResultComesInSmallFrames) {
     rows += 1 + static_cast<std::size_t>(std::count(batch.begin(), batch.end(), '|'));
   }
   EXPECT_EQ(rows, 100u);
+}
+
+TEST_F(SmallFramesTest, ADescriptionBeyondAFrameIsAnError) {
+  sql_.compile("SELECT ?20");
+  EXPECT_EQ(sql_.describe(1), "1 IE/001");
+  sql_.compile("SELECT ?2");
+  EXPECT_EQ(sql_.describe(2), "2 columns ?2:12 parameters ?1:12 ?2:12");
 }
 
 TEST_F(SmallFramesTest, ARowBeyondAFrameIsAnError) {

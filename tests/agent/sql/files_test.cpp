@@ -1,4 +1,6 @@
 // Files as tables of SQL.
+#include <algorithm>
+
 #include "tests/agent/sql/sql_fixture.h"
 
 namespace nox::agent::test {
@@ -252,6 +254,22 @@ TEST_F(SqlFilesTest, ALargeFileIsReadInBatches) {
   EXPECT_EQ(first.substr(0, 18), "1 rows n1000|n1001");
   ann_.run("DELETE-FILE BOOKS (Y");
   EXPECT_EQ(sql_.fetch(1, 100).substr(0, 18), "1 rows n1100|n1101") << "as it was";
+}
+
+TEST_F(SqlFilesTest, MoreFilesAreNamedThanAConnectionKnows) {
+  StoreSession& store = ann_.session().store();
+  std::string all = "SELECT 'x'";
+  for (int i = 0; i < 300; ++i) {
+    const std::string file = "M" + std::to_string(i);
+    ASSERT_TRUE(store.createFile(file));
+    store.write({file, Part::Data}, "of " + file, "");
+    ASSERT_EQ(sql_.once("SELECT ID FROM " + file), "rows of " + file);
+    if (i < 200) all += " UNION ALL SELECT ID FROM " + file;
+  }
+  EXPECT_EQ(sql_.once("SELECT ID FROM M0"), "rows of M0");
+  const std::string answer = sql_.once(all);
+  EXPECT_EQ(answer.substr(0, 22), "rows x|of M0|of M1|of ");
+  EXPECT_EQ(std::count(answer.begin(), answer.end(), '|'), 200);
 }
 
 TEST_F(SqlFilesTest, ADictionaryOfAnySizeIsTaken) {
