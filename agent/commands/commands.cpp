@@ -56,7 +56,7 @@ public:
 
   State run(std::optional<std::string_view> input) final {
     try {
-      const State state = proceed(input);
+      const State state = asCommandFailure([&] { return proceed(input); });
       if (state == State::Done) session_.setLastCommandCode(outcome_.code);
       return state;
     } catch (const Failure&) {

@@ -166,7 +166,7 @@ std::unique_ptr<noxp::remote::StatementFetchResponseProt> Queries::fetch(int id,
       }
       batch.push_back(std::move(row));
     }
-  } catch (const Failure&) {
+  } catch (...) {
     // Where it stands is not certain: better no query than one that leaves a row out.
     open_.erase(found);
     throw;

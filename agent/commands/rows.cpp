@@ -54,15 +54,13 @@ public:
       : session_(session), file_(file.text()), withBodies_(withBodies) {}
 
   bool next() override {
-    while (nextId(id_)) {
-      const DataAccess::Status status = asCommandFailure([&] {
-        return withBodies_ ? session_.data().read(file_, id_, DataAccess::kReadPlain, body_)
-                           : session_.data().exists(file_, id_);
-      });
-      if (status == DataAccess::Done) return true;
-      checkDeadline(session_);
-    }
-    return false;
+    return asCommandFailure([&] {
+      while (nextId(id_)) {
+        if (read() == DataAccess::Done) return true;
+        checkDeadline(session_);
+      }
+      return false;
+    });
   }
   std::string_view id() const override { return id_; }
   std::string_view record() const override { return bytesOf(&body_); }
@@ -71,6 +69,11 @@ protected:
   virtual bool nextId(std::string& id) = 0;
 
 private:
+  DataAccess::Status read() {
+    return withBodies_ ? session_.data().read(file_, id_, DataAccess::kReadPlain, body_)
+                       : session_.data().exists(file_, id_);
+  }
+
   Session& session_;
   std::string file_;
   bool withBodies_;
