@@ -1,4 +1,5 @@
 // MC, MX and G: text in another case, parts of a text, and numbers in hexadecimal.
+#include <array>
 #include <charconv>
 #include <cstdint>
 #include <limits>
@@ -90,10 +91,10 @@ private:
                     quoted(value) + (from == 10 ? " is no whole number" : " is no hexadecimal") +
                         " of up to 64 bits");
     }
-    char text[std::numeric_limits<std::uint64_t>::digits10 + 2];
-    const auto written = std::to_chars(text, text + sizeof text, number, to);
+    std::array<char, std::numeric_limits<std::uint64_t>::digits10 + 1> text{};
+    const auto written = std::to_chars(text.data(), text.data() + text.size(), number, to);
     std::string result = negative && number != 0 ? "-" : "";
-    for (const char* c = text; c != written.ptr; ++c) {
+    for (const char* c = text.data(); c != written.ptr; ++c) {
       result += *c >= 'a' ? static_cast<char>(*c - 'a' + 'A') : *c;
     }
     return result;

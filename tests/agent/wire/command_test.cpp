@@ -168,17 +168,24 @@ TEST_F(WireCommands, AnAnswerThatNobodyWaitsForIsAnError) {
 }
 
 TEST_F(WireCommands, APromptThatIsNotAnsweredInTimeIsAbandoned) {
-  execute(ann, "DELETE-FILE " + file);
-  const auto isPrompting = [&] {
+  const std::string who = run("WHO");
+  const std::string session = "\n" + who.substr(0, who.find(' ')) + "\t";
+  ASSERT_EQ(execute(ann, "DELETE-FILE " + file).prompt, 1);
+  // First it runs, then it waits for an answer, then it is idle.
+  const auto isIdle = [&] {
     remote::MonitoringRequestProt request(std::string("sessions"));
     const auto reply = bob.askFor<remote::MonitoringResponseProt>(request);
-    return reply && reply->getResponse().find("prompting") != std::string::npos;
+    if (!reply) return false;
+    const std::string& text = reply->getResponse();
+    const std::size_t begin = text.find(session);
+    return begin != std::string::npos &&
+           text.substr(begin + 1, text.find('\n', begin + 1) - begin).find("\tidle\t") !=
+               std::string::npos;
   };
-  EXPECT_TRUE(isPrompting());
   const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(30);
-  while (isPrompting() && std::chrono::steady_clock::now() < deadline) {
+  while (!isIdle() && std::chrono::steady_clock::now() < deadline) {
   }
-  EXPECT_FALSE(isPrompting());
+  EXPECT_TRUE(isIdle());
   EXPECT_THAT(answer(ann, "Y").error, StartsWith("IE/011: "));
   EXPECT_EQ(ann.open(file.c_str()), "OK");
 }
