@@ -1,5 +1,6 @@
 #include "agent/store/sqlite/file_tables.h"
 
+#include <array>
 #include <charconv>
 #include <cstddef>
 #include <exception>
@@ -86,14 +87,17 @@ public:
       : sqlite3_vtab_cursor(), module_(module), table_(*module.table) {}
 
   int open(int plan, sqlite3_value** bounds) {
-    // Text is less than bytes, which therefore bound nothing; the engine sees to those itself.
-    const auto dropBytes = [&](int bit, sqlite3_value* bound) {
-      if ((plan & bit) != 0 && sqlite3_value_type(bound) == SQLITE_BLOB) plan &= ~bit;
-    };
-    sqlite3_value* const last = bounds[(plan & kFromId) != 0 && (plan & kUpToId) != 0 ? 1 : 0];
-    if ((plan & (kFromId | kUpToId)) != 0) {
-      dropBytes(kFromId, bounds[0]);
-      dropBytes(kUpToId, last);
+    // In the order in which bestIndex() asked for them, which is that of the parameters.
+    std::array<sqlite3_value*, 2> given{};
+    std::size_t count = 0;
+    for (const int bit : {kById, kFromId, kUpToId}) {
+      if ((plan & bit) == 0) continue;
+      sqlite3_value* const bound = *bounds++;
+      if (bit != kById && sqlite3_value_type(bound) == SQLITE_BLOB) {
+        plan &= ~bit;  // all text is less than bytes; the engine sees to that itself
+      } else {
+        given[count++] = bound;
+      }
     }
     if (!rows_ || plan != plan_) {
       const SqliteConnection::OwnSql own(module_.connection);
@@ -111,12 +115,10 @@ public:
       plan_ = plan;
     }
     sqlite3_reset(rows_.get());
-    int code = SQLITE_OK;
-    if ((plan & (kById | kFromId)) != 0) code = bind(1, bounds[0]);
-    if (code == SQLITE_OK && (plan & kUpToId) != 0) {
-      code = bind((plan & kFromId) != 0 ? 2 : 1, last);
+    for (std::size_t i = 0; i < count; ++i) {
+      const int code = bind(static_cast<int>(i) + 1, given[i]);
+      if (code != SQLITE_OK) return code;
     }
-    if (code != SQLITE_OK) return code;
     values_.reset();
     return next();
   }
