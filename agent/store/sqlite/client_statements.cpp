@@ -19,6 +19,7 @@ constexpr std::string_view kInternalPrefix = "nox_";
 /// Between the name of a file and that of an item.
 constexpr std::string_view kItemSeparator = "__";
 
+constexpr const char* kNamesAreTheStores = "names that begin with nox_ are the store's";
 constexpr const char* kNoPragmas = "pragmas are no business of a client";
 
 constexpr std::string_view kMissingTable = "no such table: ";
@@ -127,8 +128,10 @@ std::unique_ptr<ClientStatement> ClientStatements::prepare(const std::string& sq
   if (verb == "VACUUM") {
     throw StoreError(StoreError::Kind::NotAllowed, "VACUUM is no business of a client");
   }
-  if (verb == "ALTER" && contains(lower(rest), kInternalPrefix)) {
-    throw StoreError(StoreError::Kind::NotAllowed, "names that begin with nox_ are the store's");
+  // A definition may name what the authorizer is not asked about: a parent of foreign keys, say,
+  // which then could not be changed any more.
+  if ((verb == "ALTER" || verb == "CREATE") && contains(lower(rest), kInternalPrefix)) {
+    throw StoreError(StoreError::Kind::NotAllowed, kNamesAreTheStores);
   }
 
   tablesRead_.clear();
@@ -257,7 +260,7 @@ int ClientStatements::authorize(int action, const char* first, const char* secon
     case SQLITE_DROP_VIEW:
     case SQLITE_ALTER_TABLE:
       if (isInternal(first) || isInternal(second)) {
-        return refuse("names that begin with nox_ are the store's");
+        return refuse(kNamesAreTheStores);
       }
       return SQLITE_OK;
     case SQLITE_TRANSACTION:

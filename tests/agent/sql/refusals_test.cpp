@@ -1,4 +1,8 @@
 // What a client's SQL may not touch.
+#include <sqlite3.h>
+
+#include <memory>
+
 #include "tests/agent/sql/sql_fixture.h"
 
 namespace nox::agent::test {
@@ -12,6 +16,14 @@ protected:
     sql_.once("CREATE TABLE t(x)");
   }
 
+  /// As somebody with another program could change the account.
+  void besideTheAgent(const char* statement) {
+    sqlite3* db = nullptr;
+    ASSERT_EQ(sqlite3_open(agent_.directory().file("accounts/MAIN.db").c_str(), &db), SQLITE_OK);
+    const std::unique_ptr<sqlite3, int (*)(sqlite3*)> guard(db, sqlite3_close);
+    ASSERT_EQ(sqlite3_exec(db, statement, nullptr, nullptr, nullptr), SQLITE_OK)
+        << sqlite3_errmsg(db);
+  }
   /// The reason behind the catalogue's text.
   std::string reason(const char* statement) {
     const std::string answer = sql_.once(statement);
@@ -75,17 +87,18 @@ TEST_F(SqlRefusalsTest, TheTablesOfTheStoreAreItsOwn) {
         "CREATE INDEX i ON nox_data_1(body)",
         "CREATE TRIGGER g AFTER INSERT ON nox_data_1 BEGIN DELETE FROM t; END",
         "CREATE TABLE nox_data_2(x)", "CREATE VIEW nox_v AS SELECT 1",
-        "ALTER TABLE t RENAME TO nox_data_2", "CREATE INDEX nox_i ON t(x)"}) {
+        "ALTER TABLE t RENAME TO nox_data_2", "CREATE INDEX nox_i ON t(x)",
+        "CREATE TABLE u(x REFERENCES nox_data_1(body))", "CREATE VIEW v AS SELECT * FROM NOX_FILES",
+        "CREATE TRIGGER g AFTER INSERT ON t BEGIN DELETE FROM nox_data_1; END"}) {
     EXPECT_EQ(sql_.once(statement).substr(0, 6), "42/000") << statement;
   }
   EXPECT_EQ(ann_.read("F", "a"), "0 'alpha'");
 }
 
-TEST_F(SqlRefusalsTest, TheTablesOfTheStoreAreNotReachedThroughAViewOrATrigger) {
-  EXPECT_EQ(sql_.once("CREATE VIEW v AS SELECT * FROM nox_files"), "changed 0");
+TEST_F(SqlRefusalsTest, TheTablesOfTheStoreAreNotReachedThroughWhatIsThere) {
+  besideTheAgent("CREATE VIEW v AS SELECT * FROM nox_files");
   EXPECT_EQ(sql_.once("SELECT * FROM v").substr(0, 6), "42/000");
-  EXPECT_EQ(sql_.once("CREATE TRIGGER g AFTER INSERT ON t BEGIN DELETE FROM nox_data_1; END"),
-            "changed 0");
+  besideTheAgent("CREATE TRIGGER g AFTER INSERT ON t BEGIN DELETE FROM nox_data_1; END");
   EXPECT_EQ(sql_.once("INSERT INTO t VALUES(1)").substr(0, 6), "42/000");
   EXPECT_EQ(ann_.read("F", "a"), "0 'alpha'");
 }
@@ -93,10 +106,8 @@ TEST_F(SqlRefusalsTest, TheTablesOfTheStoreAreNotReachedThroughAViewOrATrigger) 
 TEST_F(SqlRefusalsTest, AViewThatChangesBehindAStatementOpensNothing) {
   sql_.once("CREATE VIEW v AS SELECT 'own' AS name");
   ASSERT_EQ(sql_.compile("SELECT name FROM v"), "3 ok");
-  ClientInProcess bob(agent_);
-  SqlCalls bobs(bob);
-  bobs.once("DROP VIEW v");
-  bobs.once("CREATE VIEW v AS SELECT name FROM nox_files");
+  besideTheAgent("DROP VIEW v");
+  besideTheAgent("CREATE VIEW v AS SELECT name FROM nox_files");
   EXPECT_EQ(sql_.execute(3).substr(0, 8), "3 42/000");
 }
 

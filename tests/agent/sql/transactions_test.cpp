@@ -59,6 +59,15 @@ TEST_F(SqlTransactionsTest, AStatementThatFailsLeavesTheTransactionOpen) {
   EXPECT_EQ(sql_.once("SELECT i FROM n WHERE i > 6"), "rows 7");
 }
 
+TEST_F(SqlTransactionsTest, AStatementMayGiveTheWholeTransactionUp) {
+  ASSERT_EQ(sql_.begin(), "OK");
+  sql_.once("INSERT INTO n VALUES(7)");
+  EXPECT_EQ(sql_.once("INSERT OR ROLLBACK INTO n VALUES(1)").substr(0, 6), "23/000");
+  EXPECT_EQ(sql_.once("INSERT INTO n VALUES(8)"), "40/000") << "nothing is done outside of it";
+  EXPECT_EQ(sql_.rollback(), "OK");
+  EXPECT_EQ(sql_.once("SELECT max(i) FROM n"), "rows 6");
+}
+
 TEST_F(SqlTransactionsTest, ATableMadeInATransactionGoesWithIt) {
   ASSERT_EQ(sql_.begin(), "OK");
   EXPECT_EQ(sql_.once("CREATE TABLE u(x)"), "changed 0");
