@@ -39,6 +39,10 @@ struct PartNameHash {
   }
 };
 
+bool isHeld(LockOutcome outcome) {
+  return outcome != LockOutcome::Locked && outcome != LockOutcome::Deadlock;
+}
+
 }  // namespace
 
 struct LockTable::Impl {
@@ -398,9 +402,11 @@ LockOutcome LockTable::acquire(LockOwner owner, const RecordLock& record, LockKi
   } else {
     Impl::Record& wanted = Impl::recordOf(part, record.id);
     outcome = impl_->acquire(lock, asker, part, wanted, kind, wait);
-    impl_->forgetIfUnused(part, wanted);
+    if (!isHeld(outcome)) impl_->forgetIfUnused(part, wanted);
   }
-  impl_->forgetIfUnused(part);
+  // What was granted to one that waited may have been released by others before it woke, with the
+  // record and the part forgotten.
+  if (!isHeld(outcome)) impl_->forgetIfUnused(part);
   return outcome;
 }
 

@@ -55,6 +55,17 @@ TEST_F(LockTableThreads, AWaitEndsWithTheLock) {
   EXPECT_EQ(now(ann, first), LockOutcome::Locked);
 }
 
+TEST_F(LockTableThreads, WhatAWaiterGotMayBeTakenFromItBeforeItWakes) {
+  for (const RecordLock& record : {first, wholePart}) {
+    now(ann, record);
+    auto outcome = wait(bob, record);
+    locks.release(ann, record);
+    locks.release(bob, record);  // as an administrator does
+    EXPECT_EQ(outcome.get(), LockOutcome::Granted);
+    EXPECT_EQ(locks.size(), 0u);
+  }
+}
+
 TEST_F(LockTableThreads, AWaitEndsWhenItsTimeIsOver) {
   now(ann, first);
   const auto begin = steady_clock::now();
