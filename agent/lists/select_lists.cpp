@@ -32,6 +32,10 @@ constexpr int kAgain = 0;
 constexpr int kFromStart = 2;
 constexpr int kLast = -2;
 
+[[noreturn]] void failDirection() {
+  throw Failure("22", "003", "a fetch direction is 1, -1, 0, 2 or -2");
+}
+
 struct Entry {
   std::string key;
   std::unique_ptr<NOXPBlob> record;  // null: not asked for, or not there
@@ -109,6 +113,20 @@ std::unique_ptr<SelectListProt> SelectLists::fetch(int id, int direction, std::s
   return fetch(find(id), direction, size, withRecords, session_.frameCap());
 }
 
+void SelectLists::checkFetch(int id, int direction) const {
+  find(id);
+  switch (direction) {
+    case kNext:
+    case kPrevious:
+    case kAgain:
+    case kFromStart:
+    case kLast:
+      return;
+    default:
+      failDirection();
+  }
+}
+
 std::unique_ptr<SelectListProt> SelectLists::firstChunk(int id) {
   return fetch(find(id), kFromStart, static_cast<std::size_t>(session_.settings().fetchSize), false,
                session_.frameCap());
@@ -149,7 +167,7 @@ std::unique_ptr<SelectListProt> SelectLists::fetch(Open& list, int direction, st
       back(keys.size());
       break;
     default:
-      throw Failure("22", "003", "a fetch direction is 1, -1, 0, 2 or -2");
+      failDirection();
   }
   if (size == 0) return makeList(list.id, {}, withRecords);
 

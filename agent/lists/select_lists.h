@@ -41,6 +41,8 @@ public:
   /// records that cannot be read.
   std::unique_ptr<noxp::remote::SelectListProt> fetch(int id, int direction, std::size_t size,
                                                       bool withRecords);
+  /// Throws what `fetch` would for a list that is not open or another direction.
+  void checkFetch(int id, int direction) const;
   /// From the start, as many keys as the session fetches at once.
   std::unique_ptr<noxp::remote::SelectListProt> firstChunk(int id);
   /// Writes the changed records of `changed` back, all or none. A list without changes, and the

@@ -16,6 +16,8 @@ namespace {
 
 void fetch(Session& session, remote::SelectListFetchRequestProt& request, Reply& reply) {
   SelectLists& lists = session.lists();
+  // Before the commit: a request that is refused changes nothing.
+  lists.checkFetch(request.getSelectListId(), request.getFetchDirection());
   if (remote::SelectListProt* const modified = request.getModifiedSelectList())
     lists.commit(*modified);
   reply.send(remote::SelectListFetchResponseProt(

@@ -91,6 +91,14 @@ TEST_F(WireSelectLists, AFetchOfNothingOnlyCommits) {
   EXPECT_EQ(client().fetch(1, 1, 1), "1: C") << "nothing was passed over";
 }
 
+TEST_F(WireSelectLists, AFetchThatIsRefusedCommitsNothing) {
+  const auto chunk = client().fetchChunk(1, 1, 1);
+  change(*chunk->getSelectList(), 1, "new B");
+  EXPECT_EQ(client().fetch(7, 1, 1, false, chunk->getSelectList()), "24/000");
+  EXPECT_EQ(client().fetch(1, 3, 1, false, chunk->getSelectList()), "22/003");
+  EXPECT_EQ(record("B"), "0 'record B'");
+}
+
 TEST_F(WireSelectLists, CommittingReleasesLikeWritingInMode0) {
   const auto chunk = client().fetchChunk(1, 1, 1);
   client().read(file(), "B", kUpdate);
