@@ -62,7 +62,7 @@ void throwAsFailure(const StoreError& error, const char* sqlClass, const char* s
 }
 
 /// The update lock of one that writes. Unless it is kept, its end releases what was not locked
-/// before; inside a transaction at the transaction's end.
+/// before; inside a transaction at the transaction's end, where something was `done`.
 class DataAccess::WriteLock {
 public:
   WriteLock(DataAccess& data, RecordLock record, const Code& code)
@@ -73,20 +73,31 @@ public:
     held_ = outcome != LockOutcome::Locked;
     if (!held_) return;
     const bool wasDue = session.transactions().claim(record_);
-    release_ = outcome == LockOutcome::Granted || wasDue;
+    isNew_ = outcome == LockOutcome::Granted;
+    release_ = isNew_ || wasDue;
   }
   WriteLock(WriteLock&& other) noexcept
       : data_(other.data_),
         record_(std::move(other.record_)),
         held_(other.held_),
+        isNew_(other.isNew_),
+        isDone_(other.isDone_),
         release_(std::exchange(other.release_, false)) {}
   WriteLock(const WriteLock&) = delete;
   WriteLock& operator=(const WriteLock&) = delete;
   ~WriteLock() {
-    if (release_) data_.session_.transactions().release(record_);
+    if (!release_) return;
+    Session& session = data_.session_;
+    if (isNew_ && !isDone_) {
+      session.agent().locks.release(session.lockOwner(), record_);
+    } else {
+      session.transactions().release(record_);
+    }
   }
 
   bool isHeld() const { return held_; }
+  /// The store did what it was asked to.
+  void done() { isDone_ = true; }
   void keep() { release_ = false; }
   /// Also where it was locked before.
   void releaseInAnyCase() { release_ = true; }
@@ -95,6 +106,8 @@ private:
   DataAccess& data_;
   RecordLock record_;
   bool held_ = false;
+  bool isNew_ = false;
+  bool isDone_ = false;
   bool release_ = false;
 };
 
@@ -144,21 +157,25 @@ void DataAccess::open(std::string_view file) {
 void DataAccess::clear(std::string_view file) {
   session_.requireWrite();
   const FilePart& cleared = part(file, kClear.sqlClass, kClear.sqlSubClass);
-  const WriteLock lock(*this, lockOf(cleared, {}), kClear);
+  WriteLock lock(*this, lockOf(cleared, {}), kClear);
   if (!lock.isHeld()) {
     throw Failure("IE", "024", "another session keeps a record of the file locked");
   }
   inStore(kClear, [&] { session_.store().clear(cleared); });
+  lock.done();
 }
 
 bool DataAccess::deleteFile(const std::string& file) {
   session_.requireWrite();
-  const WriteLock data(*this, lockOf({file, Part::Data}, {}), kDelete);
-  const WriteLock dictionary(*this, lockOf({file, Part::Dict}, {}), kDelete);
+  WriteLock data(*this, lockOf({file, Part::Data}, {}), kDelete);
+  WriteLock dictionary(*this, lockOf({file, Part::Dict}, {}), kDelete);
   if (!data.isHeld() || !dictionary.isHeld()) {
     throw Failure("IE", "024", "another session keeps a record of the file locked");
   }
-  return inStore(kDelete, [&] { return session_.store().deleteFile(file); });
+  const bool deleted = inStore(kDelete, [&] { return session_.store().deleteFile(file); });
+  data.done();
+  dictionary.done();
+  return deleted;
 }
 
 DataAccess::Status DataAccess::read(std::string_view file, std::string_view id, int mode,
@@ -204,9 +221,12 @@ DataAccess::Status DataAccess::write(std::string_view file, std::string_view id,
   if (!lock.isHeld()) return Status::Locked;
   return inStore(kWrite, [&] {
     if (mode == kWriteNew) {
-      return session_.store().writeNew(to, id, body) ? Status::Done : Status::NotDone;
+      const bool written = session_.store().writeNew(to, id, body);
+      lock.done();
+      return written ? Status::Done : Status::NotDone;
     }
     session_.store().write(to, id, body);
+    lock.done();
     if (mode == kWriteAndKeep) {
       lock.keep();
     } else {
@@ -224,6 +244,7 @@ DataAccess::Status DataAccess::remove(std::string_view file, std::string_view id
   if (!lock.isHeld()) return Status::Locked;
   return inStore(kDelete, [&] {
     const bool removed = session_.store().remove(from, id);
+    lock.done();
     lock.releaseInAnyCase();
     return removed ? Status::Done : Status::NotDone;
   });
@@ -271,7 +292,10 @@ void DataAccess::writeAll(std::vector<RecordWrite> writes) {
     }
   }
   inStore(kWrite, [&] { session_.store().writeAll(writes); });
-  for (WriteLock& lock : locks) lock.releaseInAnyCase();
+  for (WriteLock& lock : locks) {
+    lock.done();
+    lock.releaseInAnyCase();
+  }
 }
 
 std::unique_ptr<RecordCursor> DataAccess::scan(const FilePart& file, bool withBodies) {

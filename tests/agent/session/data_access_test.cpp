@@ -470,6 +470,15 @@ TEST_F(DataAccessTest, AFileThatATransactionClearedIsLockedUntilItsEnd) {
   EXPECT_EQ(bob.read("F", "A", kUpdate), "0 'alpha'");
 }
 
+TEST_F(DataAccessTest, AChangeThatATransactionIsRefusedLocksNothing) {
+  ann.session().transactions().startBranch({1, "x"});
+  EXPECT_EQ(ann.run("DELETE-FILE F (Y"), "0A/000") << "files stay while a branch runs";
+  EXPECT_EQ(ann.clear("NONE"), "IE/006");
+  EXPECT_EQ(ann.write("NONE", "A", "x"), "IE/009");
+  EXPECT_EQ(ann.remove("NONE", "A"), "IE/010");
+  EXPECT_EQ(agent.agent().locks.size(), 0u);
+}
+
 // Many at once.
 
 TEST_F(DataAccessTest, ManyAreWrittenTogetherAndTheirLocksEnd) {
