@@ -41,8 +41,11 @@ Batch::Result resultOf(Serializable& answer) {
 }  // namespace
 
 struct Batch::State {
+  explicit State(std::shared_ptr<Link> owner) : link(std::move(owner)) {}
+
   std::shared_ptr<Link> link;
-  std::string bytes;
+  MemoryBufferOutStream encoded;  // the frames, one behind the other
+  BinaryWriter writer{&encoded};
   std::vector<detail::EncodedFrame> frames;
   std::vector<std::size_t> resultOf;  // of each frame
   std::size_t results = 0;
@@ -53,21 +56,24 @@ struct Batch::State {
   }
   /// A request that belongs to the result of the one behind it.
   void addPart(Serializable& request) {
-    detail::appendFrame(bytes, request);
-    frames.push_back({bytes.size(), request.getType(), false});
+    try {
+      writer.writeRoot(request);
+    } catch (...) {
+      writer.setOutStream(&encoded);  // drops the half that was written
+      throw;
+    }
+    frames.push_back({encoded.str().size(), request.getType(), false});
     resultOf.push_back(results);
   }
   void clear() {
-    bytes.clear();
+    encoded.str().clear();
     frames.clear();
     resultOf.clear();
     results = 0;
   }
 };
 
-Batch::Batch(Connection& connection) : state_(std::make_unique<State>()) {
-  state_->link = connection.link_;
-}
+Batch::Batch(Connection& connection) : state_(std::make_unique<State>(connection.link_)) {}
 
 Batch::Batch(Batch&& other) noexcept = default;
 Batch& Batch::operator=(Batch&& other) noexcept = default;
@@ -133,7 +139,7 @@ std::size_t Batch::update(Statement& statement, const std::vector<Value>& values
 
 std::size_t Batch::size() const { return state_->results; }
 
-std::size_t Batch::bytes() const { return state_->bytes.size(); }
+std::size_t Batch::bytes() const { return state_->encoded.str().size(); }
 
 void Batch::clear() { state_->clear(); }
 
@@ -151,7 +157,7 @@ std::vector<Batch::Result> Batch::run() {
       result = resultOf(*answer);
     }
   };
-  link.channel().exchangeAll(state_->bytes, state_->frames, link.requestTimeout, take);
+  link.channel().exchangeAll(state_->encoded.str(), state_->frames, link.requestTimeout, take);
   clear();
   for (const Result& result : results) {
     if (result.error && result.error->sqlState() == sqlstate::kOutOfStep) {

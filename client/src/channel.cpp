@@ -80,12 +80,6 @@ std::optional<Error> errorIn(Serializable& answer) {
   return std::nullopt;
 }
 
-void appendFrame(std::string& bytes, Serializable& request) {
-  MemoryBufferOutStream frame;
-  BinaryWriter(&frame).writeRoot(request);
-  bytes += frame.str();
-}
-
 /// Takes whole frames from the writer and waits until the system has them.
 class Channel::Output final : public OutStream {
 public:

@@ -109,7 +109,4 @@ private:
   std::string reason_;  // why it is closed
 };
 
-/// Appends the frame of `request` to `bytes`.
-void appendFrame(std::string& bytes, Serializable& request);
-
 }  // namespace nox::client::detail

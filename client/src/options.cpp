@@ -151,9 +151,10 @@ const Setting* findSetting(std::string_view key) {
   return nullptr;
 }
 
-/// What a variable of the environment says; nothing where it is not set or empty.
+/// What a variable of the environment says; nothing where it is not set or empty, and in a program
+/// with more rights than whoever set it.
 std::optional<std::string> variable(const char* name) {
-  const char* const value = std::getenv(name);
+  const char* const value = ::secure_getenv(name);
   if (!value || *value == '\0') return std::nullopt;
   return std::string(value);
 }

@@ -2,8 +2,10 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <random>
 #include <stdexcept>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "nox/client/error.h"
@@ -290,6 +292,109 @@ TEST(Record, ComparesBytes) {
   EXPECT_EQ(Record({"a", "b"}), Record("a\xFE"
                                        "b"));
   EXPECT_NE(Record({"a"}), Record({"a", ""}));
+}
+
+// --- against a simple model ----------------------------------------------------------------------
+
+/// The same operations, done by taking the record apart and putting it together again.
+class Model {
+public:
+  explicit Model(std::string bytes) : bytes_(std::move(bytes)) {}
+  const std::string& bytes() const { return bytes_; }
+
+  std::string get(Position at) const {
+    std::string field = bytes_;
+    for (const auto& [number, mark] : path(at)) {
+      const std::vector<std::string> parts = split(field, mark);
+      field = number <= parts.size() ? parts[number - 1] : "";
+    }
+    return field;
+  }
+  void set(Position at, const std::string& text) { change(bytes_, path(at), Set, text); }
+  void insert(Position at, const std::string& text) { change(bytes_, path(at), Insert, text); }
+  void remove(Position at) { change(bytes_, path(at), Remove, ""); }
+
+private:
+  enum What { Set, Insert, Remove };
+  using Path = std::vector<std::pair<std::size_t, char>>;
+
+  static Path path(Position at) {
+    Path steps{{at.attribute, kAttributeMark}};
+    if (at.value > 0) steps.emplace_back(at.value, kValueMark);
+    if (at.subvalue > 0) steps.emplace_back(at.subvalue, kSubvalueMark);
+    return steps;
+  }
+  static std::vector<std::string> split(const std::string& field, char mark) {
+    std::vector<std::string> parts(1);
+    for (const char c : field) {
+      if (c == mark) {
+        parts.emplace_back();
+      } else {
+        parts.back() += c;
+      }
+    }
+    return parts;
+  }
+  static void change(std::string& field, const Path& steps, What what, const std::string& text) {
+    const auto [number, mark] = steps.front();
+    std::vector<std::string> parts = split(field, mark);
+    const bool isThere = number <= parts.size();
+    if (!isThere && what == Remove) return;
+    if (!isThere) parts.resize(number);
+    const auto part = parts.begin() + static_cast<std::ptrdiff_t>(number) - 1;
+    if (steps.size() > 1) {
+      change(*part, Path(steps.begin() + 1, steps.end()), what, text);
+    } else if (what == Remove) {
+      parts.erase(part);
+    } else if (what == Insert && isThere && !field.empty()) {
+      parts.insert(part, text);
+    } else {
+      *part = text;
+    }
+    field.clear();
+    for (const std::string& one : parts) {
+      if (&one != parts.data()) field += mark;
+      field += one;
+    }
+  }
+
+  std::string bytes_;
+};
+
+TEST(Record, ChangesAsASimpleModelDoes) {
+  std::mt19937 random(4711);
+  const auto upTo = [&random](std::size_t most) { return random() % (most + 1); };
+  const char kAlphabet[] = {'a', 'b', '\0', '\xFF', kAttributeMark, kValueMark, kSubvalueMark};
+  const auto text = [&](std::size_t most) {
+    std::string bytes;
+    for (std::size_t n = upTo(most); n > 0; --n) bytes += kAlphabet[upTo(sizeof kAlphabet - 1)];
+    return bytes;
+  };
+  for (int round = 0; round < 20'000; ++round) {
+    const std::string begin = text(12);
+    const std::size_t value = upTo(3);
+    const Position at(1 + upTo(4), value, value > 0 ? upTo(3) : 0);
+    const std::string put = text(3);
+    Record record(begin);
+    Model model(begin);
+    switch (upTo(2)) {
+      case 0:
+        record.set(at, put);
+        model.set(at, put);
+        break;
+      case 1:
+        record.insert(at, put);
+        model.insert(at, put);
+        break;
+      default:
+        record.remove(at);
+        model.remove(at);
+    }
+    ASSERT_EQ(shown(record), shown(Record(model.bytes())))
+        << "from " << shown(Record(begin)) << " at " << at.attribute << ' ' << at.value << ' '
+        << at.subvalue << " with " << shown(Record(put));
+    ASSERT_EQ(record.get(at).str(), model.get(at));
+  }
 }
 
 // --- for people ----------------------------------------------------------------------------------

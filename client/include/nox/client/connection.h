@@ -65,7 +65,8 @@ private:
   std::shared_ptr<detail::Canceller> impl_;
 };
 
-/// A session. Moves only; closed by its destructor. One thread at a time, but for cancel(); several
+/// A session. Moves only (what it was moved from may be assigned to or destroyed, as everywhere in
+/// this library); closed by its destructor. One thread at a time, but for cancel(); several
 /// threads use several connections, or a Pool.
 ///
 /// Every operation may throw Error. The library never sends a request again once a byte of it has
