@@ -93,6 +93,12 @@ bool changesRows(std::string_view sql) {
          verb == "WITH";
 }
 
+/// `data` is what a look at the value has given; null where it is empty.
+std::string_view bytesOf(const void* data, sqlite3_value* value) {
+  const auto length = static_cast<std::size_t>(sqlite3_value_bytes(value));
+  return {data ? static_cast<const char*>(data) : "", length};
+}
+
 std::string orEmpty(const char* text) { return text ? text : ""; }
 
 /// A column of a file's table, which is never null and never written.
@@ -312,20 +318,17 @@ const SqlRow* SqliteSqlStatement::rowOf(ClientStatement& statement) {
         break;
       case SQLITE_INTEGER: {
         Number& text = numbers_[i];
-        const auto written = std::to_chars(text.data(), text.data() + text.size(),
-                                           static_cast<std::int64_t>(sqlite3_value_int64(value)));
+        const std::int64_t number = sqlite3_value_int64(value);
+        const auto written = std::to_chars(text.data(), text.data() + text.size(), number);
         row_[i] = {text.data(), static_cast<std::size_t>(written.ptr - text.data())};
         break;
       }
-      default: {
-        const auto* data = static_cast<const char*>(
-            sqlite3_value_type(value) == SQLITE_FLOAT
-                ? static_cast<const void*>(sqlite3_value_text(value))
-                : sqlite3_value_blob(value));  // of a text its bytes, without a copy
-        const int length = sqlite3_value_bytes(value);
-        row_[i] = {data ? data : "", static_cast<std::size_t>(length)};
+      case SQLITE_FLOAT:
+        row_[i] = bytesOf(sqlite3_value_text(value), value);
         break;
-      }
+      default:  // of a text, too, its bytes: there is nothing to be converted or copied
+        row_[i] = bytesOf(sqlite3_value_blob(value), value);
+        break;
     }
   }
   return &row_;
