@@ -273,8 +273,8 @@ public:
   virtual StoreStatistics statistics() = 0;
 };
 
-/// Turns a stored value into what a reader of SQL sees. A value that cannot be converted stays as it
-/// is. Safe for threads.
+/// Turns a stored value into what a reader of SQL sees. A value that cannot be converted stays as
+/// it is. Safe for threads.
 using SqlConversion = std::function<std::string(std::string_view value)>;
 /// Makes the conversion of the codes that a dictionary names; an empty one for codes that are
 /// unknown. How the store reaches the agent's conversions.
