@@ -2,6 +2,7 @@
 
 #include <fcntl.h>
 #include <poll.h>
+#include <sys/stat.h>
 #include <termios.h>
 #include <unistd.h>
 
@@ -18,6 +19,9 @@
 namespace nox::command {
 
 namespace {
+
+// How often whoever waits for input looks whether the user still wants to, in milliseconds.
+constexpr int kLookEvery = 100;
 
 /// The terminal, whatever standard input and output are.
 class Terminal {
@@ -45,7 +49,6 @@ public:
     char c = 0;
     while (!whole && !Interrupt::pressed()) {
       // Ctrl-C is taken by another thread, and does not end a read.
-      constexpr int kLookEvery = 100;  // milliseconds
       pollfd waited{descriptor_, POLLIN, 0};
       if (poll(&waited, 1, kLookEvery) == 0) continue;
       const ssize_t n = read(descriptor_, &c, 1);
@@ -150,6 +153,9 @@ client::Connection Context::openAnother() {
     }
     options.password = *password_;
   }
+  // A session that has lost its connection has more to lose than a first one.
+  std::optional<Interrupt::Exit> impatience;
+  if (!wasConnected_) impatience.emplace();
   try {
     return client::Connection::open(options);
   } catch (const client::Error& error) {
@@ -168,8 +174,11 @@ client::Connection& Context::connection() {
   }
   if (!connection_) {
     connection_ = openAnother();
+    wasConnected_ = true;
     watch_.reset();
     watch_.emplace(connection_->canceller());
+    // Whoever pressed it before there was something to cancel meant what comes now.
+    checkInterrupt();
   }
   return *connection_;
 }
@@ -235,21 +244,43 @@ std::optional<std::string> Context::ask(const std::string& question, bool hidden
   return terminal.ask(question, hidden);
 }
 
+InputFile::InputFile(const std::string& path)
+    : name_(path.empty() || path == "-" ? "standard input" : path),
+      descriptor_(path.empty() || path == "-" ? STDIN_FILENO
+                                              : open(path.c_str(), O_RDONLY | O_CLOEXEC)) {
+  if (descriptor_ < 0) throw Refused("cannot read " + name_ + ": " + std::strerror(errno));
+}
+
+InputFile::~InputFile() {
+  if (descriptor_ != STDIN_FILENO) close(descriptor_);
+}
+
+std::size_t InputFile::read(char* to, std::size_t most) {
+  for (;;) {
+    if (Interrupt::pressed()) throw Interrupted();
+    // Ctrl-C is taken by another thread, and does not end a read.
+    pollfd waited{descriptor_, POLLIN, 0};
+    if (poll(&waited, 1, kLookEvery) == 0) continue;
+    const ssize_t n = ::read(descriptor_, to, most);
+    if (n >= 0) return static_cast<std::size_t>(n);
+    if (errno != EINTR && errno != EAGAIN) {
+      throw Refused("cannot read " + name_ + ": " + std::strerror(errno));
+    }
+  }
+}
+
+std::uint64_t InputFile::size() const {
+  struct stat status {};
+  if (fstat(descriptor_, &status) != 0 || !S_ISREG(status.st_mode)) return 0;
+  return static_cast<std::uint64_t>(status.st_size);
+}
+
 std::string readAll(const std::string& path) {
-  const bool standard = path.empty() || path == "-";
-  const std::unique_ptr<std::FILE, void (*)(std::FILE*)> file(
-      standard ? stdin : std::fopen(path.c_str(), "rbe"), [](std::FILE* opened) {
-        if (opened && opened != stdin) std::fclose(opened);
-      });
-  if (!file) throw Refused("cannot read " + path + ": " + std::strerror(errno));
+  InputFile file(path);
   std::string text;
   std::string block(64 * 1024, '\0');
   std::size_t n = 0;
-  while ((n = std::fread(block.data(), 1, block.size(), file.get())) > 0) text.append(block, 0, n);
-  if (std::ferror(file.get()) != 0) {
-    throw Refused("cannot read " + (standard ? "standard input" : path) + ": " +
-                  std::strerror(errno));
-  }
+  while ((n = file.read(block.data(), block.size())) > 0) text.append(block, 0, n);
   return text;
 }
 

@@ -1,6 +1,7 @@
 // Context: what a subcommand works with: the connection, the output, and the user's wishes.
 #pragma once
 
+#include <cstdint>
 #include <memory>
 #include <optional>
 #include <stdexcept>
@@ -91,6 +92,7 @@ private:
   const Arguments common_;
   std::optional<std::string> password_;  // as it was typed
   std::optional<client::Connection> connection_;
+  bool wasConnected_ = false;
   std::optional<Interrupt::Watch> watch_;
   std::optional<client::Transaction> transaction_;
   std::optional<client::XaBranch> branch_;
@@ -100,7 +102,29 @@ private:
   bool isSession_ = false;
 };
 
-/// The whole of PATH, or of standard input for "" and "-". Throws Refused.
+/// A file, or standard input for "" and "-", as it is read: without more waiting than the user has
+/// patience for.
+class InputFile {
+public:
+  /// Throws Refused.
+  explicit InputFile(const std::string& path);
+  ~InputFile();
+  InputFile(const InputFile&) = delete;
+  InputFile& operator=(const InputFile&) = delete;
+
+  /// What is there of up to `most` bytes; 0 at the end. Throws Refused, and Interrupted.
+  std::size_t read(char* to, std::size_t most);
+  /// Of a plain file, in bytes; 0 for others.
+  std::uint64_t size() const;
+  /// As messages name it.
+  const std::string& name() const { return name_; }
+
+private:
+  std::string name_;
+  int descriptor_;
+};
+
+/// The whole of PATH, or of standard input for "" and "-". Throws Refused, and Interrupted.
 std::string readAll(const std::string& path);
 /// A number from 1 to `most`. Throws UsageError that names the option.
 std::uint64_t numberOf(const std::string& text, const char* option, std::uint64_t most);

@@ -17,6 +17,7 @@ namespace nox::command {
 namespace {
 
 std::atomic<bool> interrupted{false};
+std::atomic<bool> leavesAtOnce{false};
 std::mutex watchedMutex;
 std::optional<client::Canceller> watched;
 
@@ -44,7 +45,7 @@ void take() {
     int signal = 0;
     if (sigwait(&set, &signal) != 0) continue;
     // The second one leaves at once: whatever is cancelled has not stopped yet.
-    if (interrupted.exchange(true) || signal == SIGTERM) leave();
+    if (interrupted.exchange(true) || leavesAtOnce || signal == SIGTERM) leave();
     const std::lock_guard<std::mutex> lock(watchedMutex);
     if (watched) watched->cancel();
   }
@@ -73,5 +74,13 @@ Interrupt::Watch::~Watch() {
   const std::lock_guard<std::mutex> lock(watchedMutex);
   watched.reset();
 }
+
+Interrupt::Exit::Exit() {
+  leavesAtOnce = true;
+  // One that came just before was taken for something to cancel.
+  if (interrupted) leave();
+}
+
+Interrupt::Exit::~Exit() { leavesAtOnce = false; }
 
 }  // namespace nox::command

@@ -23,6 +23,15 @@ public:
     Watch(const Watch&) = delete;
     Watch& operator=(const Watch&) = delete;
   };
+
+  /// While it lives, the first Ctrl-C leaves: for what nobody can cancel, and nothing is lost by.
+  class Exit {
+  public:
+    Exit();
+    ~Exit();
+    Exit(const Exit&) = delete;
+    Exit& operator=(const Exit&) = delete;
+  };
 };
 
 }  // namespace nox::command

@@ -1,4 +1,5 @@
 // nox, the command-line client of noxd.
+#include <fcntl.h>
 #include <unistd.h>
 
 #include <clocale>
@@ -13,19 +14,36 @@
 #include "client/command/context.h"
 #include "client/command/documents.h"
 #include "client/command/interrupt.h"
+#include "client/command/output/output.h"
 #include "client/command/prompt/prompt.h"
 
 namespace {
 
 using namespace nox::command;
 
+/// A standard stream that is closed would become the number of the connection's socket, and what is
+/// printed would go to the server. Here it becomes one on which everything fails.
+void openStandardStreams() {
+  for (const int stream : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO}) {
+    if (fcntl(stream, F_GETFD) >= 0) continue;
+    static_cast<void>(open("/dev/null", stream == STDIN_FILENO ? O_WRONLY : O_RDONLY));
+  }
+}
+
+/// On standard output. Throws OutputError.
+void print(const std::string& text) {
+  Output out(STDOUT_FILENO);
+  out.write(text);
+  out.flush();
+}
+
 int runInvocation(const Invocation& invocation) {
   if (invocation.kind == Invocation::Kind::Help) {
-    std::fputs(helpText(invocation.command).c_str(), stdout);
+    print(helpText(invocation.command));
     return kDone;
   }
   if (invocation.kind == Invocation::Kind::Version) {
-    std::printf("nox %s\n", version());
+    print(std::string("nox ") + version() + "\n");
     return kDone;
   }
   Context context(invocation.common);
@@ -40,6 +58,7 @@ int runInvocation(const Invocation& invocation) {
 }  // namespace
 
 int main(int argc, char** argv) {
+  openStandardStreams();
   // Which bytes are characters, for the line that is typed. Numbers never follow the locale.
   std::setlocale(LC_CTYPE, "");
   Interrupt::install();

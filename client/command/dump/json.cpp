@@ -14,6 +14,16 @@ namespace {
 using Json = nlohmann::ordered_json;
 
 constexpr std::size_t kDeepest = 64;  // messages nest up to 5
+constexpr int kDeepestJson = 256;     // each of them takes three levels
+
+/// Throws Json::parse_error, and std::runtime_error for what is deeper than any message: what shows
+/// a value in a sentence goes down into it as deep as it is.
+Json parse(std::string_view text) {
+  return Json::parse(text, [](int depth, Json::parse_event_t, const Json&) {
+    if (depth > kDeepestJson) throw std::runtime_error("the JSON nests too deep");
+    return true;
+  });
+}
 
 bool isText(const std::string& bytes) {
   try {
@@ -276,7 +286,7 @@ std::string jsonOfText(const char* key, std::string_view text) {
 std::string frameOfJson(std::string_view json, CatalogueFactory& factory) {
   Json parsed;
   try {
-    parsed = Json::parse(json);
+    parsed = parse(json);
   } catch (const Json::parse_error& error) {
     throw std::runtime_error(std::string("no JSON: ") + error.what());
   }

@@ -90,7 +90,10 @@ public:
     ++count_;
   }
   void flush() {
-    if (file_ && std::fflush(file_.get()) != 0) {
+    if (!file_) return;
+    const bool flushed = std::fflush(file_.get()) == 0;
+    // A line that found the buffer full may have failed before.
+    if (!flushed || std::ferror(file_.get()) != 0) {
       throw Refused("cannot write " + path_ + ": " + std::strerror(errno));
     }
   }

@@ -1,55 +1,39 @@
 #include "client/command/load/record_reader.h"
 
-#include <sys/stat.h>
-
-#include <cerrno>
+#include <algorithm>
 #include <charconv>
-#include <cstdlib>
-#include <cstring>
 #include <nlohmann/json.hpp>
 #include <optional>
 #include <utility>
 
 #include "client/command/base64.h"
-#include "client/command/context.h"
 
 namespace nox::command {
 
-LineReader::LineReader(const std::string& path)
-    : file_(path.empty() || path == "-" ? stdin : std::fopen(path.c_str(), "rbe")),
-      owned_(file_ != stdin),
-      path_(path.empty() || path == "-" ? "standard input" : path) {
-  if (!file_) throw Refused("cannot read " + path_ + ": " + std::strerror(errno));
-}
-
-LineReader::~LineReader() {
-  std::free(buffer_);
-  if (owned_) std::fclose(file_);
-}
+LineReader::LineReader(const std::string& path) : input_(path), block_(kBlock, '\0') {}
 
 bool LineReader::next(std::string& line) {
-  const ssize_t n = getline(&buffer_, &capacity_, file_);
-  if (n < 0) {
-    if (std::ferror(file_) != 0) {
-      throw Refused("cannot read " + path_ + ": " + std::strerror(errno));
+  line.clear();
+  bool any = false;
+  for (;;) {
+    if (rest_.empty()) {
+      rest_ = std::string_view(block_).substr(0, input_.read(block_.data(), block_.size()));
+      if (rest_.empty()) break;
     }
-    return false;
+    if (!any) ++number_;
+    any = true;
+    const std::size_t feed = rest_.find('\n');
+    const std::string_view piece = rest_.substr(0, feed);
+    if (line.size() + piece.size() > kLongestLine) {
+      throw Refused("line " + std::to_string(number_) + " of " + input_.name() + " is too long");
+    }
+    line += piece;
+    const std::size_t taken = std::min(piece.size() + 1, rest_.size());
+    bytes_ += taken;
+    rest_.remove_prefix(taken);
+    if (feed != std::string_view::npos) break;
   }
-  ++number_;
-  bytes_ += static_cast<std::uint64_t>(n);
-  std::string_view text(buffer_, static_cast<std::size_t>(n));
-  if (text.size() > kLongestLine) {
-    throw Refused("line " + std::to_string(number_) + " of " + path_ + " is too long");
-  }
-  if (!text.empty() && text.back() == '\n') text.remove_suffix(1);
-  line = text;
-  return true;
-}
-
-std::uint64_t LineReader::size() const {
-  struct stat status {};
-  if (fstat(fileno(file_), &status) != 0 || !S_ISREG(status.st_mode)) return 0;
-  return static_cast<std::uint64_t>(status.st_size);
+  return any;
 }
 
 namespace {
@@ -169,6 +153,10 @@ private:
         if (!lines_.next(line)) {
           throw BadRecord(record.line, "a quotation does not end", record.source);
         }
+        if (record.source.size() + line.size() >= LineReader::kLongestLine) {
+          throw Refused("the quotation that begins in line " + std::to_string(record.line) +
+                        " is too long: is its end missing?");
+        }
         record.source += "\n" + line;
         i = 0;
         continue;
@@ -285,7 +273,9 @@ std::string bytesOf(const Json& value) {
     return bytesOfBase64(value["base64"].get<std::string>());
   }
   if (value.is_number() || value.is_boolean()) return value.dump();
-  throw std::runtime_error("a text was expected, not " + value.dump());
+  // Not the value itself, which may be long, and deeper than the stack.
+  throw std::runtime_error(std::string("a text was expected; this is of the kind ") +
+                           value.type_name());
 }
 
 /// A text, or an array of texts, or of arrays of them, with a mark between two parts.

@@ -2,7 +2,6 @@
 #pragma once
 
 #include <cstdint>
-#include <cstdio>
 #include <memory>
 #include <stdexcept>
 #include <string>
@@ -11,6 +10,7 @@
 
 #include <nox/client/client.h>
 
+#include "client/command/context.h"
 #include "client/command/dictionary.h"
 
 namespace nox::command {
@@ -43,23 +43,20 @@ public:
 
   /// "" and "-" are standard input.
   explicit LineReader(const std::string& path);
-  ~LineReader();
-  LineReader(const LineReader&) = delete;
-  LineReader& operator=(const LineReader&) = delete;
 
   /// Without its line feed; false at the end.
   bool next(std::string& line);
   std::uint64_t number() const { return number_; }
   std::uint64_t bytes() const { return bytes_; }
   /// Of a plain file; 0 for others.
-  std::uint64_t size() const;
+  std::uint64_t size() const { return input_.size(); }
 
 private:
-  std::FILE* file_;
-  const bool owned_;
-  const std::string path_;
-  char* buffer_ = nullptr;  // getline's
-  std::size_t capacity_ = 0;
+  static constexpr std::size_t kBlock = 64 * 1024;
+
+  InputFile input_;
+  std::string block_;      // as it was read
+  std::string_view rest_;  // of it
   std::uint64_t number_ = 0;
   std::uint64_t bytes_ = 0;
 };

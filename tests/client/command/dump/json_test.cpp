@@ -86,6 +86,13 @@ TEST(Json, BringsMessagesOfAllKindsBack) {
   }
 }
 
+TEST(Json, DeeperThanAnyMessageIsRefused) {
+  constexpr int kLevels = 200'000;
+  EXPECT_EQ(problemOf(R"({"type": "CloseFileRequest", "fields": )" + std::string(kLevels, '[') +
+                      std::string(kLevels, ']') + "}"),
+            "the JSON nests too deep");
+}
+
 TEST(Json, SaysWhatIsWrongWithIt) {
   EXPECT_NE(problemOf("{").find("no JSON"), std::string::npos);
   EXPECT_EQ(problemOf(R"({"type": "Nonsense"})"), "there is no message of type \"Nonsense\"");

@@ -119,6 +119,51 @@ TEST(JsonReader, SaysWhatIsWrongWithALine) {
   EXPECT_EQ(seen[3], "b=");
 }
 
+TEST(JsonReader, RefusesWhatIsDeeperThanAnyRecord) {
+  constexpr int kLevels = 200'000;
+  std::string objects;
+  for (int i = 0; i < kLevels; ++i) objects += "{\"a\":";
+  objects += "1" + std::string(kLevels, '}');
+  const std::string arrays = std::string(kLevels, '[') + std::string(kLevels, ']');
+  EXPECT_EQ(readAll("{\"id\": \"a\", \"record\": " + objects +
+                        "}\n"
+                        "{\"id\": " +
+                        objects +
+                        ", \"record\": []}\n"
+                        "{\"id\": \"a\", \"record\": " +
+                        arrays + "}\n",
+                    makeJson),
+            (Strings{"!1: a text was expected; this is of the kind object",
+                     "!2: a text was expected; this is of the kind object",
+                     "!3: arrays nest three deep at most"}));
+}
+
+TEST(CsvReader, RefusesAQuotationThatTakesAllThatFollows) {
+  std::string text = "ID,NAME\n1,\"open\n";
+  const std::string line(1u << 20, 'x');
+  for (std::size_t size = 0; size <= LineReader::kLongestLine; size += line.size()) {
+    text += line + "\n";
+  }
+  EXPECT_THROW(readAll(text, makeCsvReader), Refused);
+}
+
+TEST(LineReader, HandsOutLinesWithAnyBytesAndTheLastOneWithoutALineFeed) {
+  const std::string longer(200'000, 'y');
+  const TextFile file(std::string("a\0\xFE\n\n", 5) + longer + "\n" + "end");
+  LineReader lines(file.name());
+  Strings seen;
+  for (std::string line; lines.next(line);) seen.push_back(line);
+  EXPECT_EQ(seen, (Strings{std::string("a\0\xFE", 3), "", longer, "end"}));
+  EXPECT_EQ(lines.number(), 4u);
+  EXPECT_EQ(lines.bytes(), lines.size());
+}
+
+TEST(LineReader, TakesNoMoreOfALineThanItMayHave) {
+  LineReader lines("/dev/zero");
+  std::string line;
+  EXPECT_THROW(lines.next(line), Refused);
+}
+
 TEST(LineReader, SaysWhatItCannotRead) {
   EXPECT_THROW(LineReader("/nonexistent/file"), Refused);
   EXPECT_THROW(

@@ -1,6 +1,9 @@
 // The prompt, on a pseudo-terminal.
 #include <gmock/gmock.h>
+#include <netinet/in.h>
+#include <sys/socket.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include "tests/client/command/wire/nox_program.h"
 
@@ -156,6 +159,37 @@ TEST_F(NoxPrompt, TheFirstCtrlCCancelsTheSecondLeaves) {
   terminal.waitFor("=> ");
   terminal.type(kCtrlC);
   EXPECT_EQ(terminal.wait(), 4);
+}
+
+TEST_F(NoxPrompt, CtrlCEndsWaitingForInput) {
+  done({"create-file", "AWAITED"});
+  Terminal terminal({"load", "AWAITED", "--from-format", "jsonl", "--batch", "1"}, environment());
+  terminal.type("{\"id\": \"1\", \"record\": []}\n");
+  while (nox({"exists", "AWAITED", "1"}).status != 0) {
+  }
+  terminal.type(kCtrlC);
+  EXPECT_EQ(terminal.wait(), 4);
+}
+
+TEST_F(NoxPrompt, CtrlCEndsWaitingForAServerThatSaysNothing) {
+  const int listener = socket(AF_INET, SOCK_STREAM, 0);
+  sockaddr_in address{};
+  address.sin_family = AF_INET;
+  address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+  socklen_t size = sizeof address;
+  auto* const generic = reinterpret_cast<sockaddr*>(&address);
+  ASSERT_EQ(bind(listener, generic, size), 0);
+  ASSERT_EQ(listen(listener, 1), 0);
+  ASSERT_EQ(getsockname(listener, generic, &size), 0);
+  Environment silent = environment();
+  silent["NOX_URI"] = "nox://ann@127.0.0.1:" + std::to_string(ntohs(address.sin_port)) +
+                      "/MAIN?tls=off&connect_timeout=10m";
+  Terminal terminal({"ping"}, silent);
+  const int connection = accept(listener, nullptr, nullptr);
+  terminal.type(kCtrlC);
+  EXPECT_EQ(terminal.wait(), 4);
+  close(connection);
+  close(listener);
 }
 
 }  // namespace

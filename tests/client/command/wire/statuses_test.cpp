@@ -1,8 +1,10 @@
 // Exit statuses, where output goes, and what never appears there.
 #include <gmock/gmock.h>
 #include <sys/stat.h>
+#include <sys/wait.h>
 
 #include <array>
+#include <cstdlib>
 
 #include "tests/client/command/wire/nox_program.h"
 
@@ -123,6 +125,19 @@ TEST_F(NoxStatuses, AFullDiskIsReported) {
   const Outcome outcome = nox({"login", "--output", "/dev/full"});
   EXPECT_EQ(outcome.status, 1);
   EXPECT_THAT(outcome.err, HasSubstr("No space left on device"));
+}
+
+TEST_F(NoxStatuses, AClosedStandardOutputIsReportedAndNoPlaceForData) {
+  std::string command = "exec env -i";
+  for (const auto& [name, value] : environment()) {
+    command.append(" ").append(name).append("='").append(value).append("'");
+  }
+  command += std::string(" ") + NOX_BINARY;
+  const int login = std::system((command + " login >&- 2>'" + file("complaint") + "'").c_str());
+  EXPECT_EQ(WEXITSTATUS(login), 1);
+  EXPECT_THAT(contentOf("complaint"), HasSubstr("cannot write the output"));
+  const int help = std::system((command + " --help >/dev/full 2>&1").c_str());
+  EXPECT_EQ(WEXITSTATUS(help), 1);
 }
 
 TEST_F(NoxStatuses, ColourIsForTerminalsUnlessAsked) {
