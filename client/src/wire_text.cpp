@@ -10,7 +10,6 @@ namespace nox::client::detail {
 namespace {
 
 // The types of parameters, as the catalogue's TYPES names them.
-constexpr int kNumericType = 2;
 constexpr int kIntegerType = 4;
 constexpr int kRealType = 8;
 constexpr int kTextType = 12;

@@ -291,7 +291,7 @@ TEST(Record, MovesWithoutCopying) {
 TEST(Record, ComparesBytes) {
   EXPECT_EQ(Record({"a", "b"}), Record("a\xFE"
                                        "b"));
-  EXPECT_NE(Record({"a"}), Record({"a", ""}));
+  EXPECT_NE((Record{"a"}), (Record{"a", ""}));
 }
 
 // --- against a simple model ----------------------------------------------------------------------

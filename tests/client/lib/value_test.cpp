@@ -42,8 +42,8 @@ TEST(Value, ReadsNumbers) {
 }
 
 TEST(Value, RefusesWhatIsNotFinite) {
-  EXPECT_THROW(Value(std::numeric_limits<double>::infinity()), Error);
-  EXPECT_THROW(Value(std::numeric_limits<double>::quiet_NaN()), Error);
+  EXPECT_THROW(static_cast<void>(Value{std::numeric_limits<double>::infinity()}), Error);
+  EXPECT_THROW(static_cast<void>(Value{std::numeric_limits<double>::quiet_NaN()}), Error);
 }
 
 TEST(Value, DoesNotFollowTheLocale) {
