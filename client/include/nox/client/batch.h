@@ -70,7 +70,7 @@ public:
   std::vector<Result> run();
 
 private:
-  struct State;
+  struct NOX_CLIENT_HIDDEN State;
   std::unique_ptr<State> state_;
 };
 

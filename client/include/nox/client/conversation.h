@@ -72,7 +72,7 @@ public:
 private:
   friend class Connection;
   friend class Subroutine;
-  struct State;
+  struct NOX_CLIENT_HIDDEN State;
   explicit Conversation(std::unique_ptr<State> state);
 
   std::unique_ptr<State> state_;

@@ -7,6 +7,9 @@
 #else
 #define NOX_CLIENT_EXPORT __declspec(dllimport)
 #endif
+#define NOX_CLIENT_HIDDEN
 #else
 #define NOX_CLIENT_EXPORT __attribute__((visibility("default")))
+/// For what a class that is shown keeps to itself.
+#define NOX_CLIENT_HIDDEN __attribute__((visibility("hidden")))
 #endif

@@ -35,7 +35,7 @@ public:
 
 private:
   friend class Connection;
-  struct State;
+  struct NOX_CLIENT_HIDDEN State;
   explicit Listing(std::unique_ptr<State> state);
 
   std::unique_ptr<State> state_;

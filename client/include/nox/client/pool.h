@@ -58,7 +58,7 @@ public:
 
 private:
   friend class Lease;
-  struct State;
+  struct NOX_CLIENT_HIDDEN State;
   std::shared_ptr<State> state_;
 };
 

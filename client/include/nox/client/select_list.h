@@ -76,7 +76,7 @@ private:
   friend class Connection;
   friend class Conversation;
   friend class File;
-  struct State;
+  struct NOX_CLIENT_HIDDEN State;
   explicit SelectList(std::unique_ptr<State> state);
 
   std::unique_ptr<State> state_;

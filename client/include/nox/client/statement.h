@@ -170,7 +170,7 @@ public:
 private:
   friend class Batch;
   friend class Connection;
-  struct State;
+  struct NOX_CLIENT_HIDDEN State;
   explicit Statement(std::unique_ptr<State> state);
 
   std::unique_ptr<State> state_;
