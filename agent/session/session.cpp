@@ -131,10 +131,11 @@ void Session::abandonProgram() {
 void Session::beginRequest() {
   const Clock::time_point now = Clock::now();
   transactions_->touch(now);
-  interrupted_.store(false, std::memory_order_relaxed);
   deadline_.reset();
   if (settings_.statementTimeout.count() > 0) deadline_ = now + settings_.statementTimeout;
   store_->setDeadline(deadline_);
+  // The store begins anew with each request; a session that is told to end does not.
+  if (isInterrupted()) store_->interrupt();
   transactions_->tellExpired();
 }
 

@@ -99,9 +99,10 @@ public:
   std::optional<Clock::time_point> nextExpiry() const;
   void expire(Clock::time_point now);
 
-  /// Ends what the session does now, and its waits; from another thread.
+  /// The session is to end: ends what it does now, and all that it would still begin, and its
+  /// waits; from another thread.
   void interrupt();
-  /// Whether it came since the request began: what takes long asks now and then.
+  /// Whether it came: what takes long asks now and then.
   bool isInterrupted() const { return interrupted_.load(std::memory_order_relaxed); }
   /// When the request that runs must end; nothing: never.
   std::optional<Clock::time_point> deadline() const { return deadline_; }

@@ -27,7 +27,6 @@ protected:
       outcome = run(source);
     }
     EXPECT_LT(std::chrono::steady_clock::now() - begin, std::chrono::seconds(20));
-    session().beginRequest();  // is a new request for the next script
     return outcome;
   }
 };
@@ -211,7 +210,7 @@ TEST_F(Sandbox, CallsOfTheAgentFailOnceTheTimeIsUp) {
       "local f = nox.open('F') "
       "pcall(function() while true do end end) "
       "f:write('LATE', 'x')");
-  EXPECT_EQ(session().data().exists("F", "LATE"), DataAccess::NotDone);
+  EXPECT_EQ(agent().newSession()->data().exists("F", "LATE"), DataAccess::NotDone);
 }
 
 // --- memory -------------------------------------------------------------------------------------
