@@ -72,10 +72,11 @@ public:
   void finish(Reply& reply) override {
     const std::string output = takeOutput();
     const std::string setting = std::to_string(code()) + kAttribute + std::to_string(items());
-    std::unique_ptr<noxp::remote::SelectListProt> list = session_.lists().offerActive();
+    std::unique_ptr<noxp::remote::SelectListProt> list = offerList();
     // The list has a quarter of the frame.
     const std::size_t room = roomForOutput(session_);
     if (output.size() > (list ? room - room / 4 : room)) {
+      session_.setLastCommandCode(kNotDone);
       throw Failure("IE", "011", "the output is longer than a frame may be");
     }
     const NOXPBlob capturing(output.data(), output.size());
@@ -90,6 +91,17 @@ protected:
   Outcome& outcome() { return outcome_; }
 
 private:
+  /// A command whose list finds no room has failed, and leaves none.
+  std::unique_ptr<noxp::remote::SelectListProt> offerList() {
+    try {
+      return session_.lists().offerActive();
+    } catch (const Failure&) {
+      session_.lists().clearActive();
+      session_.setLastCommandCode(kNotDone);
+      throw;
+    }
+  }
+
   Session& session_;
   Outcome outcome_;
 };

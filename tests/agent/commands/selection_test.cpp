@@ -17,6 +17,14 @@ TEST_F(SelectionTest, WithoutClausesTakesAllRecordsInKeyOrder) {
   EXPECT_EQ(reply.list, "1: 1 10 2 3");
 }
 
+TEST_F(SelectionTest, AListThatFindsNoRoomIsNotActive) {
+  for (int i = 0; i < 64; ++i) ann.select("CUSTOMERS");
+  EXPECT_THAT(execute(ann, "SELECT CUSTOMERS").error, ::testing::StartsWith("IE/007"));
+  EXPECT_EQ(ann.common("@LAST"), "1");
+  EXPECT_THAT(execute(ann, "SAVE-LIST L").error, ::testing::HasSubstr("no list is active"));
+  EXPECT_EQ(execute(ann, "WHO").error, "");
+}
+
 TEST_F(SelectionTest, CountCounts) {
   const CommandReply reply = execute(ann, "COUNT CUSTOMERS WITH AGE = 42");
   EXPECT_EQ(reply.output, "2 records counted");
