@@ -83,6 +83,8 @@ struct LineEditor::Impl {
       char byte = 0;
       const ssize_t n = ::read(STDIN_FILENO, &byte, 1);
       if (n <= 0) return static_cast<int>(n);
+      // What a Ctrl-D becomes that was typed while a statement ran, and the terminal read lines.
+      if (byte == '\0') byte = '\x04';
       const std::size_t result = std::mbrtowc(character, &byte, 1, &state);
       if (result == static_cast<std::size_t>(-2)) continue;  // more bytes to come
       if (result == static_cast<std::size_t>(-1)) {

@@ -52,6 +52,16 @@ TEST_F(NoxPrompt, LeavesAtTheEndOfInput) {
   EXPECT_EQ(terminal.wait(), 0);
 }
 
+TEST_F(NoxPrompt, LeavesAtAnEndOfInputThatWasTypedAhead) {
+  done({"create-file", "CLEARED"});
+  Terminal terminal({}, environment());
+  terminal.waitFor("=> ");
+  terminal.type("CLEAR-FILE CLEARED\n");
+  terminal.waitFor("?");
+  terminal.type(std::string("Y\n") + kCtrlD);
+  EXPECT_EQ(terminal.wait(), 0);
+}
+
 TEST_F(NoxPrompt, SwitchesFormsAndTiming) {
   Terminal terminal({}, environment());
   terminal.waitFor("=> ");
