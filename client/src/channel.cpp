@@ -99,6 +99,8 @@ public:
       if (result.kind == Kind::Bytes) {
         data += result.count;
         n -= result.count;
+        // A peer that takes a little now and then gains no time by it.
+        if (n > 0 && deadline_.hasPassed()) throwTooLate();
         continue;
       }
       if (result.kind == Kind::End || result.kind == Kind::Failed) {
@@ -107,15 +109,17 @@ public:
                                                               : transport_.failure()};
       }
       const short events = result.kind == Kind::WantsRead ? POLLIN : POLLOUT;
-      if (waitFor(transport_.fd(), events, deadline_) == 0) {
-        throw TransportFailure{sqlstate::kTimeout, "the request could not be sent in time"};
-      }
+      if (waitFor(transport_.fd(), events, deadline_) == 0) throwTooLate();
     }
   }
 
   void flush() override {}
 
 private:
+  [[noreturn]] static void throwTooLate() {
+    throw TransportFailure{sqlstate::kTimeout, "the request could not be sent in time"};
+  }
+
   void traceFrame(const char* data, std::size_t n) {
     const std::string_view frame(data, n);
     trace_.write(Trace::Direction::Sent, requestName(type_), type_, n,
@@ -451,6 +455,7 @@ void Channel::exchangeAll(const std::string& bytes, const std::vector<EncodedFra
           takeNext();
           deadline = Deadline::in(timeout);
         }
+        if (deadline.hasPassed()) throw TransportFailure{sqlstate::kTimeout, "no answer in time"};
         const Transport::Result result = transport_->write(all.data() + sent, all.size() - sent);
         switch (result.kind) {
           case Kind::Bytes:

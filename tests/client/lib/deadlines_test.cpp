@@ -108,6 +108,18 @@ TEST_F(Deadlines, EndARequestThatNobodyTakes) {
   EXPECT_EQ(error.outcome(), Outcome::Unknown);
 }
 
+TEST_F(Deadlines, EndARequestThatIsTakenLittleByLittle) {
+  Peer peer([](PeerConnection& client) {
+    client.welcome();
+    client.receiveSlowly(100'000, milliseconds(10));
+  });
+  Connection connection = Connection::open(peer.uri("request_timeout=500ms"));
+  const std::string large(64u * 1024 * 1024, 'x');
+  const Error error = failsWithin(milliseconds(500), [&] { connection.echo(large); });
+  EXPECT_EQ(error.sqlState(), sqlstate::kTimeout);
+  EXPECT_EQ(error.outcome(), Outcome::Unknown);
+}
+
 TEST_F(Deadlines, EndAConnectionThatIsNeverMade) {
   const test::BlackHole hole;
   const Error error = failsWithin(milliseconds(500), [&] {

@@ -143,6 +143,12 @@ void PeerConnection::sendSlowly(std::string_view bytes, std::chrono::millisecond
   }
 }
 
+void PeerConnection::receiveSlowly(std::size_t n, std::chrono::milliseconds time) {
+  std::string bytes(n, '\0');
+  while (pause(time) && receiveBytes(bytes.data(), n) > 0) {
+  }
+}
+
 struct Peer::Tls {
   SSL_CTX* context = nullptr;
   ~Tls() { SSL_CTX_free(context); }

@@ -48,6 +48,8 @@ public:
   virtual bool sendBytes(std::string_view bytes) = 0;
   /// A byte now and then, until all are sent or the client has closed.
   void sendSlowly(std::string_view bytes, std::chrono::milliseconds pause);
+  /// Takes `n` bytes now and then, until the client has closed.
+  void receiveSlowly(std::size_t n, std::chrono::milliseconds pause);
   /// Returns when the client has closed, or sent something.
   virtual void waitForClient() = 0;
   /// Returns when the client has closed; what it sends meanwhile stays where it is.
