@@ -28,7 +28,10 @@ cp /etc/resolv.conf "$root/etc/" 2>/dev/null || true
 mount -t proc proc "$root/proc" 2>/dev/null || true
 mkdir "$root/packages"
 cp "$packages"/*.deb "$root/packages/"
-in_root() { chroot "$root" env -i PATH=/usr/sbin:/usr/bin:/sbin:/bin HOME=/root LC_ALL=C.UTF-8 DEBIAN_FRONTEND=noninteractive "$@"; }
+echo '127.0.0.1 localhost' >"$root/etc/hosts"
+enter=(chroot "$root" env -i PATH=/usr/sbin:/usr/bin:/sbin:/bin HOME=/root LC_ALL=C.UTF-8
+  DEBIAN_FRONTEND=noninteractive)
+in_root() { "${enter[@]}" "$@"; }
 
 in_root apt-get -q update >/dev/null
 in_root sh -c 'apt-get -q -y --no-install-recommends install /packages/*.deb' >/dev/null
@@ -50,7 +53,8 @@ in_root sh -c 'umask 077; echo a-password-for-one-test >/root/password'
 in_root noxd init --data-dir /root/data --account MAIN --user ann --password-file /root/password \
   --self-signed >/dev/null
 in_root sed -i 's/^#listen = .*/listen = "127.0.0.1:0"/' /root/data/noxd.toml
-in_root noxd --config /root/data/noxd.toml --ports-file /root/ports 2>"$root/root/log" &
+# Not through the function, so that its process is the agent's own.
+"${enter[@]}" noxd --config /root/data/noxd.toml --ports-file /root/ports 2>"$root/root/log" &
 agent=$!
 for _ in $(seq 200); do
   [ ! -s "$root/root/ports" ] || break
