@@ -17,9 +17,9 @@
 #include "client/command/output/output.h"
 #include "client/command/prompt/prompt.h"
 
-namespace {
+namespace nox::command {
 
-using namespace nox::command;
+namespace {
 
 /// A standard stream that is closed would become the number of the connection's socket, and what is
 /// printed would go to the server. Here it becomes one on which everything fails.
@@ -55,14 +55,7 @@ int runInvocation(const Invocation& invocation) {
   return runScript(context, "-", invocation.echo);
 }
 
-}  // namespace
-
-int main(int argc, char** argv) {
-  openStandardStreams();
-  // Which bytes are characters, for the line that is typed. Numbers never follow the locale.
-  std::setlocale(LC_CTYPE, "");
-  Interrupt::install();
-  const std::vector<std::string> words(argv + 1, argv + argc);
+int run(const std::vector<std::string>& words) {
   try {
     // For packages and tests: documents that are made from the table of subcommands.
     if (words.size() == 2 && words[0] == "--print-document") return printDocument(words[1]);
@@ -74,4 +67,16 @@ int main(int argc, char** argv) {
     std::fprintf(stderr, "nox: %s\n", error.what());
     return kRefused;
   }
+}
+
+}  // namespace
+
+}  // namespace nox::command
+
+int main(int argc, char** argv) {
+  nox::command::openStandardStreams();
+  // Which bytes are characters, for the line that is typed. Numbers never follow the locale.
+  std::setlocale(LC_CTYPE, "");
+  nox::command::Interrupt::install();
+  return nox::command::run(std::vector<std::string>(argv + 1, argv + argc));
 }
