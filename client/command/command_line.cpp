@@ -116,7 +116,7 @@ std::string withChoices(std::string what, const std::vector<std::string>& choice
 void addOptions(std::string& text, const std::vector<OptionSpec>& options) {
   for (const OptionSpec& option : options) {
     std::string name = optionNames(option);
-    if (*option.letter == '\0') name = "    " + name;
+    if (*option.letter == '\0') name.insert(0, "    ");
     if (*option.argument != '\0') name += std::string(" ") + option.argument;
     addEntry(text, name, withChoices(option.help, option.choices));
   }

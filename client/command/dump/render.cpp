@@ -384,7 +384,7 @@ std::string render(const CapturedFrame& frame, Rendering rendering, CatalogueFac
   }
   ReadFrame read = command::read(frame.bytes, factory);
   if (rendering == Rendering::Xml && read.object && read.problem.empty()) {
-    const std::string xml = xmlOf(*read.object, factory);
+    std::string xml = xmlOf(*read.object, factory);
     // It shows every string; a message with a password is shown as a tree instead.
     nameFields(read.fields, *command::read(frame.bytes, factory).object);
     if (options.showPasswords || !hasSecrets(read.fields)) return xml;

@@ -22,7 +22,7 @@ namespace {
 std::string formatOf(const LoadOptions& options) {
   if (!options.format.empty()) return options.format;
   const std::size_t dot = options.path.rfind('.');
-  const std::string ending = dot == std::string::npos ? "" : options.path.substr(dot + 1);
+  std::string ending = dot == std::string::npos ? "" : options.path.substr(dot + 1);
   if (ending == "csv" || ending == "tsv" || ending == "jsonl") return ending;
   throw UsageError("what kind of input is this? Use --from-format csv, tsv or jsonl");
 }

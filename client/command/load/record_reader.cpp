@@ -125,6 +125,7 @@ public:
 private:
   static std::vector<std::string> namesOf(const std::vector<std::optional<std::string>>& values) {
     std::vector<std::string> names;
+    names.reserve(values.size());
     for (const auto& value : values) names.push_back(value.value_or(""));
     // What spreadsheets put in front of UTF-8.
     constexpr std::string_view kByteOrderMark = "\xEF\xBB\xBF";

@@ -281,6 +281,7 @@ const char* nameOf(Format format) {
 
 std::vector<std::string> formatNames() {
   std::vector<std::string> names;
+  names.reserve(kFormats.size());
   for (const auto& [name, format] : kFormats) names.emplace_back(name);
   return names;
 }

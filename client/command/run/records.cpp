@@ -64,6 +64,12 @@ FieldChange parseChange(const std::string& given) {
   return {{numbers[0], numbers[1], numbers[2]}, given.substr(equals + 1)};
 }
 
+std::string missing(const std::string& file, const std::string& id) {
+  std::string text = "there is no record \"";
+  text.append(id).append("\" in ").append(file);
+  return text;
+}
+
 [[noreturn]] void throwLocked(const std::string& file, const std::string& id) {
   throw Refused("\"" + id + "\" of " + file + " is locked by another session");
 }
@@ -114,7 +120,7 @@ int runRead(Context& context, const Arguments& arguments) {
     if (found.status == client::Status::Locked) throwLocked(name, id);
     if (found.status == client::Status::NotDone) {
       out.flush();
-      context.say("there is no record \"" + id + "\" in " + name);
+      context.say(missing(name, id));
       status = kRefused;
       continue;
     }
@@ -199,7 +205,7 @@ int runDelete(Context& context, const Arguments& arguments) {
       case client::Status::Done:
         break;
       case client::Status::NotDone:
-        context.say("there is no record \"" + id + "\" in " + name);
+        context.say(missing(name, id));
         status = kRefused;
         break;
       case client::Status::Locked:

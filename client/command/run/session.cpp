@@ -79,6 +79,7 @@ int runMonitor(Context& context, const Arguments& arguments) {
       continue;
     }
     std::vector<OutputColumn> columns;
+    columns.reserve(fields.size());
     for (const OutputValue& field : fields) columns.push_back({std::string(*field)});
     rows = context.rows(std::move(columns));
   }

@@ -29,7 +29,11 @@ std::vector<DictionaryItem> itemsOf(client::Connection& connection, const std::s
       chosen.push_back(item);
       found = true;
     }
-    if (!found) throw Refused("there is no D item \"" + name + "\" in the dictionary of " + file);
+    if (!found) {
+      std::string why = "there is no D item \"";
+      why.append(name).append("\" in the dictionary of ").append(file);
+      throw Refused(why);
+    }
   }
   return chosen;
 }
