@@ -219,7 +219,7 @@ TEST_F(Outcomes, AreUnknownForAStatusThatHasNoMeaning) {
 TEST_F(Outcomes, AreRejectedForALoginThatIsRefused) {
   Peer peer([](PeerConnection& client) {
     client.receiveA<noxp::AuthenticationRequestProt>();
-    client.refuse("28", "000", "Invalid authorization specification");
+    client.refuse("28", "000", "the password is wrong");
   });
   Peer other(test::serving([](PeerConnection&, Serializable&) {}));
   const std::string uri = "nox://ann@127.0.0.1:" + std::to_string(peer.port()) +
