@@ -133,7 +133,8 @@ private:
   std::uint64_t number_ = 0;
 };
 
-class Csv : public Rows {
+/// A line per row, and one for the heading; how values stand in it is the subclass's.
+class Lines : public Rows {
 public:
   using Rows::Rows;
 
@@ -141,17 +142,32 @@ public:
     Rows::begin(std::move(columns));
     if (!style_.header || columns_.empty()) return;
     for (std::size_t i = 0; i < columns_.size(); ++i) add(i, columns_[i].name);
-    output_.write(line_ += '\n');
-    line_.clear();
+    endLine();
   }
   void row(const std::vector<OutputValue>& values) override {
     for (std::size_t i = 0; i < values.size(); ++i) add(i, values[i]);
+    endLine();
+  }
+
+protected:
+  /// Adds value `i` to the line, with what stands in front of it.
+  virtual void add(std::size_t i, OutputValue value) = 0;
+
+  std::string line_;
+
+private:
+  void endLine() {
     output_.write(line_ += '\n');
     line_.clear();
   }
+};
 
-private:
-  void add(std::size_t i, OutputValue value) {
+class Csv : public Lines {
+public:
+  using Lines::Lines;
+
+protected:
+  void add(std::size_t i, OutputValue value) override {
     if (i > 0) line_ += ',';
     if (!value) return;
     // An empty text is told from null, and a row of one empty text from no row.
@@ -167,29 +183,14 @@ private:
     }
     line_ += '"';
   }
-
-  std::string line_;
 };
 
-class Tsv : public Rows {
+class Tsv : public Lines {
 public:
-  using Rows::Rows;
+  using Lines::Lines;
 
-  void begin(std::vector<OutputColumn> columns) override {
-    Rows::begin(std::move(columns));
-    if (!style_.header || columns_.empty()) return;
-    for (std::size_t i = 0; i < columns_.size(); ++i) add(i, columns_[i].name);
-    output_.write(line_ += '\n');
-    line_.clear();
-  }
-  void row(const std::vector<OutputValue>& values) override {
-    for (std::size_t i = 0; i < values.size(); ++i) add(i, values[i]);
-    output_.write(line_ += '\n');
-    line_.clear();
-  }
-
-private:
-  void add(std::size_t i, OutputValue value) {
+protected:
+  void add(std::size_t i, OutputValue value) override {
     if (i > 0) line_ += '\t';
     if (!value) {
       line_ += "\\N";
@@ -214,8 +215,6 @@ private:
       }
     }
   }
-
-  std::string line_;
 };
 
 /// Objects, each on a line of its own; as one array, or one after the other.
