@@ -95,7 +95,7 @@ struct LineEditor::Impl {
     }
   }
 
-  static unsigned char completeWord(EditLine* editor, int /*key*/) {
+  static unsigned char completeWord(EditLine* editor, std::wint_t /*key*/) {
     const LineInfo* const line = el_line(editor);
     const std::string left(line->buffer, line->cursor);
     const Completion found = of(editor).complete(left);
@@ -131,7 +131,8 @@ LineEditor::LineEditor(std::function<Completion(const std::string&)> complete)
   el_set(editor, EL_EDITOR, "emacs");
   el_set(editor, EL_SIGNAL, 0);
   el_set(editor, EL_HIST, history, impl_->history.get());
-  el_set(editor, EL_ADDFN, "nox-complete", "Complete what was typed", Impl::completeWord);
+  // The narrow form copies both texts and never frees the copies.
+  el_wset(editor, EL_ADDFN, L"nox-complete", L"Complete what was typed", Impl::completeWord);
   el_set(editor, EL_BIND, "^I", "nox-complete", nullptr);
   el_set(editor, EL_GETCFN, Impl::readCharacter);
   el_source(editor, nullptr);  // the user's own bindings

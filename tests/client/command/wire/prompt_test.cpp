@@ -40,7 +40,7 @@ TEST_F(NoxPrompt, RunsStatementsAndLeaves) {
   terminal.type("NONSENSE\n");
   terminal.waitFor("IE011");
   terminal.type("\\q\n");
-  EXPECT_EQ(terminal.wait(), 0);
+  EXPECT_EQ(terminal.wait(), 0) << terminal.shown();
 }
 
 TEST_F(NoxPrompt, LeavesAtTheEndOfInput) {
@@ -49,7 +49,7 @@ TEST_F(NoxPrompt, LeavesAtTheEndOfInput) {
   terminal.type("WHO\n");
   terminal.waitFor("=> ");
   terminal.type(kCtrlD);
-  EXPECT_EQ(terminal.wait(), 0);
+  EXPECT_EQ(terminal.wait(), 0) << terminal.shown();
 }
 
 TEST_F(NoxPrompt, LeavesAtAnEndOfInputThatWasTypedAhead) {
@@ -59,7 +59,7 @@ TEST_F(NoxPrompt, LeavesAtAnEndOfInputThatWasTypedAhead) {
   terminal.type("CLEAR-FILE CLEARED\n");
   terminal.waitFor("?");
   terminal.type(std::string("Y\n") + kCtrlD);
-  EXPECT_EQ(terminal.wait(), 0);
+  EXPECT_EQ(terminal.wait(), 0) << terminal.shown();
 }
 
 TEST_F(NoxPrompt, SwitchesFormsAndTiming) {
@@ -76,7 +76,7 @@ TEST_F(NoxPrompt, SwitchesFormsAndTiming) {
   terminal.type("\\?\n");
   terminal.waitFor("\\rollback");
   terminal.type("\\q\n");
-  EXPECT_EQ(terminal.wait(), 0);
+  EXPECT_EQ(terminal.wait(), 0) << terminal.shown();
 }
 
 TEST_F(NoxPrompt, ShowsAnOpenTransaction) {
@@ -87,7 +87,7 @@ TEST_F(NoxPrompt, ShowsAnOpenTransaction) {
   terminal.type("\\rollback\n");
   terminal.waitFor("MAIN=> ");
   terminal.type("\\q\n");
-  EXPECT_EQ(terminal.wait(), 0);
+  EXPECT_EQ(terminal.wait(), 0) << terminal.shown();
 }
 
 TEST_F(NoxPrompt, CompletesWhatTheServerKnows) {
@@ -96,7 +96,7 @@ TEST_F(NoxPrompt, CompletesWhatTheServerKnows) {
   terminal.type("COUNT PROM\t\n");
   terminal.waitFor("1 records counted");
   terminal.type("\\q\n");
-  EXPECT_EQ(terminal.wait(), 0);
+  EXPECT_EQ(terminal.wait(), 0) << terminal.shown();
 }
 
 TEST_F(NoxPrompt, AsksWhatACommandAsks) {
@@ -108,7 +108,7 @@ TEST_F(NoxPrompt, AsksWhatACommandAsks) {
   terminal.type("Y\n");
   terminal.waitFor("=> ");
   terminal.type("\\q\n");
-  EXPECT_EQ(terminal.wait(), 0);
+  EXPECT_EQ(terminal.wait(), 0) << terminal.shown();
   EXPECT_THAT(done({"files"}), Not(HasSubstr("ASKED")));
 }
 
@@ -122,7 +122,7 @@ TEST_F(NoxPrompt, AsksForThePasswordWithoutShowingIt) {
   terminal.type("WHO\n");
   terminal.waitFor("ann\r\n");
   terminal.type("\\q\n");
-  EXPECT_EQ(terminal.wait(), 0);
+  EXPECT_EQ(terminal.wait(), 0) << terminal.shown();
   EXPECT_THAT(terminal.shown(), Not(HasSubstr(agent::test::NoxdProcess::kPassword)));
   EXPECT_THAT(contentOf(".local/state/nox/history"),
               Not(HasSubstr(agent::test::NoxdProcess::kPassword)));
@@ -136,7 +136,7 @@ TEST_F(NoxPrompt, KeepsItsHistoryForItsUserAlone) {
     terminal.waitFor("counted");
     terminal.waitFor("=> ");
     terminal.type("\\q\n");
-    EXPECT_EQ(terminal.wait(), 0);
+    EXPECT_EQ(terminal.wait(), 0) << terminal.shown();
   }
   struct stat status {};
   ASSERT_EQ(stat(file(".local/state/nox/history").c_str(), &status), 0);
@@ -146,7 +146,7 @@ TEST_F(NoxPrompt, KeepsItsHistoryForItsUserAlone) {
   terminal.type("\x10\x10\n");  // up, up: \q came last
   terminal.waitFor("1 records counted");
   terminal.type("\\q\n");
-  EXPECT_EQ(terminal.wait(), 0);
+  EXPECT_EQ(terminal.wait(), 0) << terminal.shown();
 }
 
 TEST_F(NoxPrompt, TheFirstCtrlCCancelsTheSecondLeaves) {
@@ -168,7 +168,7 @@ TEST_F(NoxPrompt, TheFirstCtrlCCancelsTheSecondLeaves) {
   terminal.type(kCtrlC);
   terminal.waitFor("=> ");
   terminal.type(kCtrlC);
-  EXPECT_EQ(terminal.wait(), 4);
+  EXPECT_EQ(terminal.wait(), 4) << terminal.shown();
 }
 
 TEST_F(NoxPrompt, CtrlCEndsWaitingForInput) {
@@ -178,7 +178,7 @@ TEST_F(NoxPrompt, CtrlCEndsWaitingForInput) {
   while (nox({"exists", "AWAITED", "1"}).status != 0) {
   }
   terminal.type(kCtrlC);
-  EXPECT_EQ(terminal.wait(), 4);
+  EXPECT_EQ(terminal.wait(), 4) << terminal.shown();
 }
 
 TEST_F(NoxPrompt, CtrlCEndsWaitingForAServerThatSaysNothing) {
@@ -197,7 +197,7 @@ TEST_F(NoxPrompt, CtrlCEndsWaitingForAServerThatSaysNothing) {
   Terminal terminal({"ping"}, silent);
   const int connection = accept(listener, nullptr, nullptr);
   terminal.type(kCtrlC);
-  EXPECT_EQ(terminal.wait(), 4);
+  EXPECT_EQ(terminal.wait(), 4) << terminal.shown();
   close(connection);
   close(listener);
 }
