@@ -171,20 +171,14 @@ bool Connection::logIn(Clock::time_point deadline) {
   return false;
 }
 
-/// Whether objects of this type are answered once a client has logged in.
-bool Connection::isRequest(int type) {
-  if (!state_.agentFactory.getTypeName(type)) return false;
-  const std::unique_ptr<Serializable> object(state_.agentFactory.createObject(type));
-  const auto* const request = dynamic_cast<const noxp::RequestProt*>(object.get());
-  return request && state_.dispatcher.find(*request);
-}
-
 /// Nothing once the client is logged in, and has been told so.
 std::optional<Failure> Connection::answerBeforeLogin(Clock::time_point deadline) {
   const std::unique_ptr<noxp::RequestProt> request = wire_.takeRequest();
   if (!request) {
     const std::optional<int> type = wire_.unknownType();
-    return type && isRequest(*type) ? Failure("28", "000", "log in first") : wire_.problem();
+    if (!type) return wire_.problem();
+    return Failure("0A", "000",
+                   "type code " + std::to_string(*type) + " is not known before the login");
   }
   auto* const login = dynamic_cast<noxp::AuthenticationRequestProt*>(request.get());
   if (!login) return Failure("0A", "000", "the agent does not answer this request");

@@ -45,7 +45,6 @@ private:
   void guarded(const std::function<void()>& body) noexcept;
   bool handshake(Clock::time_point deadline);
   bool logIn(Clock::time_point deadline);
-  bool isRequest(int type);
   std::optional<Failure> answerBeforeLogin(Clock::time_point deadline);
   std::optional<Failure> tryLogin(noxp::AuthenticationRequestProt& request,
                                   Clock::time_point deadline);

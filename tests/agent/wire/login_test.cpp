@@ -101,8 +101,8 @@ TEST_F(Login, ClosesAfterTheThirdFailure) {
 
 TEST_F(Login, ComesBeforeEverythingElse) {
   Client client(noxd->plainPort());
-  EXPECT_EQ(client.read("F", "1"), "28/000");
-  EXPECT_EQ(errorOf(*client.ask(common::EchoRequestProt())), "28/000");
+  EXPECT_EQ(client.read("F", "1"), "0A/000");
+  EXPECT_EQ(errorOf(*client.ask(common::EchoRequestProt())), "0A/000");
   EXPECT_EQ(client.say(AuthenticationRequestProt()), "28/000");  // without credentials
   EXPECT_TRUE(client.isClosed());
 }
