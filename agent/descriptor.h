@@ -17,7 +17,7 @@ public:
     return *this;
   }
   ~Descriptor() {
-    if (descriptor_ >= 0) close(descriptor_);
+    if (descriptor_ >= 0) ::close(descriptor_);
   }
 
   int get() const { return descriptor_; }

@@ -9,6 +9,12 @@
 
 namespace nox::agent {
 
+/// The code of an SQLSTATE, in its two parts.
+struct StateCode {
+  const char* sqlClass;
+  const char* sqlSubClass;
+};
+
 /// Thrown by value, anywhere below a request handler; the session answers with it. The client reads
 /// the catalogue's text of the code, ": ", the reason, and the status as " (Status = 0x..)".
 class Failure : public std::exception {

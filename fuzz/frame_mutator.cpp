@@ -244,7 +244,7 @@ void write(const Frame& frame, std::string& to) {
   if (frame.ended) to += kEndOfRootObject;
 }
 
-std::string written(const Input& input) {
+std::string joined(const Input& input) {
   std::string bytes;
   for (const Frame& frame : input.frames) write(frame, bytes);
   return bytes + input.rest;
@@ -685,7 +685,7 @@ std::string FrameMutator::mutate(std::string_view input, std::uint32_t random,
     const Change change = numbers.oneIn(6) ? numbers.oneOf(kBreaking) : numbers.oneOf(kWellFormed);
     Editor(*this, taken, numbers).apply(change);
   } while (++step < kMostSteps && numbers.oneIn(2));
-  std::string changed = written(taken);
+  std::string changed = joined(taken);
   return changed.size() <= maxSize ? changed : mutateBytes_(bytes, maxSize);
 }
 
@@ -694,7 +694,7 @@ std::string FrameMutator::change(std::string_view input, Change change,
   Random numbers(random);
   Input taken = Parser::input(input);
   Editor(*this, taken, numbers).apply(change);
-  return written(taken);
+  return joined(taken);
 }
 
 }  // namespace nox::fuzz

@@ -31,13 +31,6 @@ constexpr int kNotDone = 1;  // refused at the prompt, aborted, or failed
 
 constexpr char kListsFile[] = "NOX.LISTS";
 
-/// What a reply's frame holds besides the output and the list, at most.
-constexpr std::size_t kFrameOverhead = 1024;
-
-std::size_t roomForOutput(Session& session) {
-  return session.frameCap() - std::min(session.frameCap(), kFrameOverhead);
-}
-
 /// What a command answers with when it is done.
 struct Outcome {
   std::string output;
@@ -74,7 +67,7 @@ public:
     const std::string setting = std::to_string(code()) + kAttribute + std::to_string(items());
     std::unique_ptr<noxp::remote::SelectListProt> list = offerList();
     // The list has a quarter of the frame.
-    const std::size_t room = roomForOutput(session_);
+    const std::size_t room = session_.roomInFrame();
     if (output.size() > (list ? room - room / 4 : room)) {
       session_.setLastCommandCode(kNotDone);
       throw Failure("IE", "011", "the output is longer than a frame may be");
@@ -128,7 +121,7 @@ Outcome carryOut(Session& session, const ListFilesCommand& /*command*/) {
 
 Outcome carryOut(Session& session, const ListCommand& command) {
   std::vector<Item> items = listedItems(session, command);
-  Report report(items, command.headings, roomForOutput(session));
+  Report report(items, command.headings, session.roomInFrame());
   Rows rows(session, command.target, std::move(items), command.first);
   Outcome outcome;
   while (rows.next()) {

@@ -18,18 +18,13 @@ namespace nox::agent {
 
 namespace {
 
-// What travels besides the bytes of a key, of a row, and of all of them together, at most.
+// What travels besides the bytes of a key and of a row, at most.
 constexpr std::size_t kKeyOverhead = 4;
 constexpr std::size_t kRowOverhead = 24;
-constexpr std::size_t kFrameOverhead = 1024;
 
 // What an open query keeps in memory, in bytes: a session may have many.
 constexpr std::size_t kPreparedRows = 256u * 1024;
 constexpr std::size_t kSortMemory = 2u * 1024 * 1024;
-
-std::size_t roomInFrame(const Session& session) {
-  return session.frameCap() - std::min(session.frameCap(), kFrameOverhead);
-}
 
 /// Counts what goes into a space.
 class Room {
@@ -115,7 +110,7 @@ std::unique_ptr<noxp::remote::ToviResponseProt> Queries::execute(std::string_vie
       std::make_unique<Rows>(session_, list.target, std::move(items), list.first, kSortMemory);
   query->lastUse = ++uses_;
   // The first chunk: its keys travel now, its rows with the fetches.
-  Room room(roomInFrame(session_));
+  Room room(session_.roomInFrame());
   Room memory(kPreparedRows);
   if (!room.take(heading.size())) {
     throw Failure("IE", "011", "the headings are longer than a frame may be");
@@ -155,7 +150,7 @@ std::unique_ptr<noxp::remote::StatementFetchResponseProt> Queries::fetch(int id,
       static_cast<std::size_t>(rows > 0 ? rows : std::max(session_.settings().fetchSize, 1));
 
   std::vector<std::string> batch;
-  Room room(roomInFrame(session_));
+  Room room(session_.roomInFrame());
   try {
     std::string row;
     while (batch.size() < wanted && query.next(row)) {

@@ -30,7 +30,7 @@ std::size_t fitting(std::string_view text, std::size_t width) {
 }
 
 /// What a row costs besides its bytes.
-constexpr std::size_t kRowOverhead = 32;
+constexpr std::size_t kReportRowCost = 32;
 
 }  // namespace
 
@@ -76,7 +76,7 @@ Report::Report(const std::vector<Item>& columns, bool headings, std::size_t most
 
 void Report::add(std::string_view row) {
   if (columns_.empty()) return;
-  bytes_ += row.size() + kRowOverhead;
+  bytes_ += row.size() + kReportRowCost;
   if (bytes_ > most_) refuse();
   rows_.emplace_back(row);
   Fields cell(row, kAttribute);

@@ -145,7 +145,7 @@ std::vector<Key> makeKeys() {
   };
 }
 
-std::string quoted(const std::string& text) {
+std::string tomlText(const std::string& text) {
   std::string result = "\"";
   for (const char c : text) {
     if (c == '"' || c == '\\') result += '\\';
@@ -166,10 +166,10 @@ std::string valueText(const Key& key, ConfigurationValues values) {
     ConfigurationValues& values;
     std::string operator()(const FlagKey& flag) { return flag.value(values) ? "true" : "false"; }
     std::string operator()(const NumberKey& number) { return std::to_string(number.get(values)); }
-    std::string operator()(const TextKey& text) { return quoted(text.get(values)); }
-    std::string operator()(const PathKey& path) { return quoted(path.value(values)); }
+    std::string operator()(const TextKey& text) { return tomlText(text.get(values)); }
+    std::string operator()(const PathKey& path) { return tomlText(path.value(values)); }
     std::string operator()(const AddressKey& address) {
-      return quoted(textOf(address.value(values)));
+      return tomlText(textOf(address.value(values)));
     }
   } visitor{values};
   return std::visit(visitor, key.kind);

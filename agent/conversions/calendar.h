@@ -6,6 +6,8 @@
 
 namespace nox::agent {
 
+constexpr std::int64_t kSecondsPerDay = 86'400;
+
 /// A day of the proleptic Gregorian calendar. Years run from 1 to 9999.
 struct Date {
   int year = 1;

@@ -18,7 +18,7 @@ constexpr std::array<std::string_view, 12> kMonths = {
     "JULY",    "AUGUST",   "SEPTEMBER", "OCTOBER", "NOVEMBER", "DECEMBER"};
 constexpr std::size_t kShortMonth = 3;
 
-[[noreturn]] void refuse(std::string_view value) {
+[[noreturn]] void refuseDate(std::string_view value) {
   throw Failure("22", "007", quoted(value) + " is no date");
 }
 
@@ -37,7 +37,7 @@ std::int64_t storedDay(std::string_view value) {
 }
 
 /// `number` with at least `width` digits; only its last ones when it has more.
-std::string digitsOf(int number, std::size_t width) {
+std::string padded(int number, std::size_t width) {
   std::string digits = std::to_string(number);
   if (digits.size() < width) digits.insert(0, width - digits.size(), '0');
   return digits.substr(digits.size() - width);
@@ -149,17 +149,16 @@ public:
     if (!date) throw Failure("22", "007", quoted(value) + " is a day outside of 0001 to 9999");
     switch (form) {
       case Form::Text:
-        return digitsOf(date->day, 2) + " " + std::string(nameOf(date->month)) +
+        return padded(date->day, 2) + " " + std::string(nameOf(date->month)) +
                yearBehind(" ", date->year);
       case Form::Numbers: {
         const std::string between(1, separator);
         const int first = dayFirst ? date->day : date->month;
         const int second = dayFirst ? date->month : date->day;
-        return digitsOf(first, 2) + between + digitsOf(second, 2) + yearBehind(between, date->year);
+        return padded(first, 2) + between + padded(second, 2) + yearBehind(between, date->year);
       }
       case Form::Iso:
-        return digitsOf(date->year, 4) + "-" + digitsOf(date->month, 2) + "-" +
-               digitsOf(date->day, 2);
+        return padded(date->year, 4) + "-" + padded(date->month, 2) + "-" + padded(date->day, 2);
       case Form::DayOfWeek:
         return std::to_string(dayOfWeek(number));
       case Form::Month:
@@ -175,7 +174,7 @@ public:
   std::string input(std::string_view value) const override {
     const std::optional<Date> date = readDate(value, dayFirst);
     const std::optional<std::int32_t> day = date ? dayNumber(*date) : std::nullopt;
-    if (!day) refuse(value);
+    if (!day) refuseDate(value);
     return std::to_string(*day);
   }
 
@@ -184,7 +183,7 @@ private:
     return kMonths[static_cast<std::size_t>(month) - 1].substr(0, kShortMonth);
   }
   std::string yearBehind(const std::string& between, int year) const {
-    return yearDigits == 0 ? std::string() : between + digitsOf(year, yearDigits);
+    return yearDigits == 0 ? std::string() : between + padded(year, yearDigits);
   }
 };
 

@@ -14,7 +14,7 @@ namespace {
 
 constexpr std::size_t kGroup = 3;  // digits between two commas
 
-[[noreturn]] void refuse(std::string_view value) {
+[[noreturn]] void refuseNumber(std::string_view value) {
   throw Failure("22", "018", quoted(value) + " is no number");
 }
 
@@ -54,7 +54,7 @@ public:
 
   std::string output(std::string_view value) const override {
     std::optional<Decimal> number = parseDecimal(value);
-    if (!number) refuse(value);
+    if (!number) refuseNumber(value);
     divide(*number, implied);
     roundTo(*number, shown);
     if (zeroIsEmpty && number->isZero()) return {};
@@ -89,10 +89,10 @@ public:
     }
     std::string plain(rest);
     if (rest.empty() || rest.front() == '+' || rest.front() == '-' || !removeCommas(plain)) {
-      refuse(value);
+      refuseNumber(value);
     }
     std::optional<Decimal> number = parseDecimal(sign + plain);
-    if (!number) refuse(value);
+    if (!number) refuseNumber(value);
     roundTo(*number, std::max(shown, implied));
     multiply(*number, implied);
     std::string text = (number->negative ? "-" : "") + wholeDigits(*number);

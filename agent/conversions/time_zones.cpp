@@ -6,13 +6,13 @@
 #include <memory>
 #include <optional>
 
+#include "agent/conversions/calendar.h"
 #include "agent/conversions/conversions.h"
 
 namespace nox::agent {
 
 namespace {
 
-constexpr std::int64_t kSecondsPerDay = 86'400;
 constexpr std::int64_t kUnixEpoch = 732;  // 1 January 1970 as a day number
 constexpr std::size_t kLongestZone = 64;
 

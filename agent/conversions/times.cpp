@@ -4,6 +4,7 @@
 #include <cstddef>
 #include <optional>
 
+#include "agent/conversions/calendar.h"
 #include "agent/conversions/characters.h"
 #include "agent/conversions/conversion_code.h"
 #include "agent/failure.h"
@@ -11,8 +12,6 @@
 namespace nox::agent {
 
 namespace {
-
-constexpr int kSecondsPerDay = 86'400;
 
 /// One or two digits at the front of `text`, which are taken from it.
 std::optional<int> takeNumber(std::string_view& text) {

@@ -57,8 +57,6 @@ struct SocketBio {
 
 int flagsFor(SocketBio& bio) { return std::exchange(bio.mayWait, false) ? 0 : MSG_DONTWAIT; }
 
-bool isTick(int error) { return error == EAGAIN || error == EWOULDBLOCK || error == EINTR; }
-
 int readBio(BIO* bio, char* to, int room) {
   auto& state = *static_cast<SocketBio*>(BIO_get_data(bio));
   BIO_clear_retry_flags(bio);

@@ -10,9 +10,9 @@
 
 namespace nox::agent {
 
-namespace {
-
 bool isTick(int error) { return error == EAGAIN || error == EWOULDBLOCK || error == EINTR; }
+
+namespace {
 
 class PlainTransport : public Transport {
 public:

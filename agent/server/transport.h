@@ -12,6 +12,9 @@
 
 namespace nox::agent {
 
+/// Whether a call that failed with `error` was only ended by its tick, or a signal.
+bool isTick(int error);
+
 /// For one thread, but for the two `shutDown...`. Every call returns within about kTick, so that
 /// the caller can look at its deadlines: one that trickles bytes gains nothing by it. As long as
 /// the peer keeps pace a call costs one system call.

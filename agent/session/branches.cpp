@@ -37,21 +37,17 @@ struct Branch {
 };
 
 /// The SQLSTATE with which a request about a branch fails.
-struct Code {
-  const char* sqlClass;
-  const char* sqlSubClass;
-};
-constexpr Code kStart{"IE", "012"};
-constexpr Code kPrepare{"IE", "013"};
-constexpr Code kCommit{"2D", "000"};
-constexpr Code kRollback{"40", "000"};
-constexpr Code kWrongOrder{"25", "000"};
+constexpr StateCode kStart{"IE", "012"};
+constexpr StateCode kPrepare{"IE", "013"};
+constexpr StateCode kCommit{"2D", "000"};
+constexpr StateCode kRollback{"40", "000"};
+constexpr StateCode kWrongOrder{"25", "000"};
 
-[[noreturn]] void fail(const Code& code, const std::string& reason, std::int32_t status) {
+[[noreturn]] void fail(const StateCode& code, const std::string& reason, std::int32_t status) {
   throw Failure(code.sqlClass, code.sqlSubClass, reason, status);
 }
 
-[[noreturn]] void failUnknown(const Code& code) {
+[[noreturn]] void failUnknown(const StateCode& code) {
   fail(code, "there is no such branch", kXaUnknown);
 }
 
@@ -73,7 +69,7 @@ struct Branches::Impl {
   std::map<Key, Branch> branches;
 
   /// Waits until nobody works on the branch, and takes it.
-  Branch& take(std::unique_lock<std::mutex>& lock, const Key& key, const Code& code,
+  Branch& take(std::unique_lock<std::mutex>& lock, const Key& key, const StateCode& code,
                std::chrono::milliseconds wait) {
     const auto deadline = std::chrono::steady_clock::now() + wait;
     auto found = branches.find(key);
@@ -91,7 +87,8 @@ struct Branches::Impl {
   /// Lets `work` do what the store has to do for a branch that is not started any more, without
   /// the mutex. Where it fails the branch is as it was.
   template <class Work>
-  void workOn(std::unique_lock<std::mutex>& lock, Branch& branch, const Code& code, Work work) {
+  void workOn(std::unique_lock<std::mutex>& lock, Branch& branch, const StateCode& code,
+              Work work) {
     branch.busy = true;
     lock.unlock();
     std::optional<StoreError> error;
@@ -115,7 +112,7 @@ struct Branches::Impl {
 
   /// Finishes a branch by `work`: it is gone then, and its locks are free.
   template <class Work>
-  void finish(const Key& key, const Code& code, std::chrono::milliseconds wait, Work work) {
+  void finish(const Key& key, const StateCode& code, std::chrono::milliseconds wait, Work work) {
     std::unique_lock<std::mutex> lock(mutex);
     Branch& branch = take(lock, key, code, wait);
     workOn(lock, branch, code, work);

@@ -17,20 +17,16 @@ namespace {
 constexpr std::chrono::milliseconds kNoWait{0};
 
 /// The SQLSTATE with which a request fails.
-struct Code {
-  const char* sqlClass;
-  const char* sqlSubClass;
-};
-constexpr Code kOpen{"IE", "005"};
-constexpr Code kClear{"IE", "006"};
-constexpr Code kSelect{"IE", "007"};
-constexpr Code kRead{"IE", "008"};
-constexpr Code kWrite{"IE", "009"};
-constexpr Code kDelete{"IE", "010"};
+constexpr StateCode kOpen{"IE", "005"};
+constexpr StateCode kClear{"IE", "006"};
+constexpr StateCode kSelect{"IE", "007"};
+constexpr StateCode kRead{"IE", "008"};
+constexpr StateCode kWrite{"IE", "009"};
+constexpr StateCode kDelete{"IE", "010"};
 
 /// Runs `work` and gives its result; what the store throws becomes a Failure of this code.
 template <class Work>
-auto inStore(const Code& code, Work work) {
+auto inStore(const StateCode& code, Work work) {
   try {
     return work();
   } catch (const StoreError& error) {
@@ -38,7 +34,7 @@ auto inStore(const Code& code, Work work) {
   }
 }
 
-[[noreturn]] void failWithoutFile(const FilePart& file, const Code& code) {
+[[noreturn]] void failWithoutFile(const FilePart& file, const StateCode& code) {
   throw Failure(code.sqlClass, code.sqlSubClass, "there is no file " + file.file);
 }
 
@@ -65,7 +61,7 @@ void throwAsFailure(const StoreError& error, const char* sqlClass, const char* s
 /// before; inside a transaction at the transaction's end, where something was `done`.
 class DataAccess::WriteLock {
 public:
-  WriteLock(DataAccess& data, RecordLock record, const Code& code)
+  WriteLock(DataAccess& data, RecordLock record, const StateCode& code)
       : data_(data), record_(std::move(record)) {
     Session& session = data_.session_;
     const LockOutcome outcome = data_.lock(record_, LockKind::Update, session.settings().lockWait,
@@ -134,7 +130,7 @@ LockOutcome DataAccess::lock(const RecordLock& record, LockKind kind,
   LockOutcome outcome = locks.acquire(session_.lockOwner(), record, kind, kNoWait);
   if (outcome != LockOutcome::Locked) return outcome;
   // A file that is gone may have left locks behind; nobody needs to wait for them.
-  const Code code{sqlClass, sqlSubClass};
+  const StateCode code{sqlClass, sqlSubClass};
   if (!inStore(code, [&] { return session_.store().hasFile(record.file.file); })) {
     failWithoutFile(record.file, code);
   }

@@ -80,6 +80,11 @@ void Session::requireWrite() const {
 
 std::size_t Session::frameCap() const { return agent_.configuration.values()->maxFrame; }
 
+std::size_t Session::roomInFrame() const {
+  constexpr std::size_t kOtherFields = 1024;  // at most
+  return frameCap() - std::min(frameCap(), kOtherFields);
+}
+
 void Session::switchTo(std::string user, std::string account, Right right) {
   // Opened before the old one ends, so that a store that cannot be opened changes nothing.
   agent_.stores.open(account);

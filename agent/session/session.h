@@ -75,6 +75,8 @@ public:
 
   /// The largest frame a reply may be, in bytes.
   std::size_t frameCap() const;
+  /// What its content may take of that, next to the fields that are always there.
+  std::size_t roomInFrame() const;
 
   /// Moves the session to another account; everything of the old one ends first. The caller has
   /// checked that no transaction is open.

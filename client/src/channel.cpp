@@ -20,8 +20,6 @@ namespace {
 using Clock = std::chrono::steady_clock;
 using Kind = Transport::Result::Kind;
 
-constexpr std::size_t kLengthSize = 4;
-
 // After so long without a word it is worth a look whether the peer has gone.
 constexpr std::chrono::seconds kIdleBeforeLook{1};
 

@@ -24,7 +24,7 @@ using detail::RowSource;
 using noxp::remote::SelectListProt;
 
 // Requests of this layout hand their select list over, and take bytes as they are.
-constexpr int kVersionWithSelectList = 1;
+constexpr int kQueryWithSelectList = 1;
 
 constexpr int kOutputConversion = 0;
 constexpr int kInputConversion = 1;
@@ -144,7 +144,7 @@ Listing Connection::listing(std::string_view query) {
   auto text = std::make_unique<NOXPBlob>();
   detail::put(text.get(), query);
   noxp::remote::StatementExecuteQueryRequestProt request(text.release(), nullptr);
-  request.setClassVersion(kVersionWithSelectList);
+  request.setClassVersion(kQueryWithSelectList);
   const auto answer = link_->ask<noxp::remote::ToviResponseProt>(request);
   const auto* const list = dynamic_cast<const SelectListProt*>(answer->getSelectList());
   if (!list || list->getId() < 0) {

@@ -15,7 +15,7 @@ namespace {
 using detail::Link;
 
 // Requests of this layout hand their select list over.
-constexpr int kVersionWithSelectList = 1;
+constexpr int kCommandWithSelectList = 1;
 
 // Commands of InputOutputResponseProt.
 constexpr int kHiddenInput = 2;
@@ -47,7 +47,7 @@ std::unique_ptr<Conversation::State> Conversation::State::ofCommand(
   NOXPBlob text;
   detail::put(&text, command);
   noxp::remote::RemoteExecuteRequestProt request(&text, list);
-  if (list) request.setClassVersion(kVersionWithSelectList);
+  if (list) request.setClassVersion(kCommandWithSelectList);
   auto state = std::make_unique<State>();
   state->link = link;
   state->run(request, false);

@@ -16,7 +16,6 @@ namespace {
 using Kind = Transport::Result::Kind;
 
 constexpr std::size_t kBuffer = 65536;
-constexpr std::size_t kLengthSize = 4;
 
 // What a TLS server says to somebody who speaks plain.
 constexpr char kTlsAlert = '\x15';

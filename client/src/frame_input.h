@@ -12,6 +12,8 @@
 
 namespace nox::client::detail {
 
+constexpr std::size_t kLengthSize = 4;  // of a frame's length, which goes before it
+
 /// Takes as much off the transport as has come, and hands out what the reader asks for. Reads are
 /// exact; they throw TransportFailure when the deadline passes or the connection ends first.
 class FrameInput final : public InputStream {

@@ -20,13 +20,6 @@ std::vector<std::string_view> split(std::string_view text, char separator) {
   }
 }
 
-int hexDigit(char c) {
-  if (c >= '0' && c <= '9') return c - '0';
-  if (c >= 'a' && c <= 'f') return c - 'a' + 10;
-  if (c >= 'A' && c <= 'F') return c - 'A' + 10;
-  return -1;
-}
-
 /// The server shows a backslash doubled, and what a terminal would obey as "\x1b".
 std::string unescape(std::string_view text) {
   std::string plain;

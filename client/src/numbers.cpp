@@ -32,6 +32,13 @@ std::optional<Number> parse(std::string_view text) {
 
 }  // namespace
 
+int hexDigit(char c) {
+  if (c >= '0' && c <= '9') return c - '0';
+  if (c >= 'A' && c <= 'F') return c - 'A' + 10;
+  if (c >= 'a' && c <= 'f') return c - 'a' + 10;
+  return -1;
+}
+
 std::optional<std::int64_t> parseInt64(std::string_view text) { return parse<std::int64_t>(text); }
 
 std::optional<double> parseDouble(std::string_view text) {

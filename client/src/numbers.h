@@ -8,6 +8,9 @@
 
 namespace nox::client::detail {
 
+/// The value of a hexadecimal digit in either case; -1 for any other character.
+int hexDigit(char c);
+
 /// Decimal, with an optional sign and nothing around it.
 std::optional<std::int64_t> parseInt64(std::string_view text);
 std::optional<double> parseDouble(std::string_view text);

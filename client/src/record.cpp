@@ -118,13 +118,6 @@ bool needsEscape(std::string_view character) {
          first == '\\';
 }
 
-int hexDigit(char c) {
-  if (c >= '0' && c <= '9') return c - '0';
-  if (c >= 'A' && c <= 'F') return c - 'A' + 10;
-  if (c >= 'a' && c <= 'f') return c - 'a' + 10;
-  return -1;
-}
-
 }  // namespace
 
 FieldView FieldView::operator[](std::size_t n) const {
@@ -312,8 +305,8 @@ Record Record::parse(std::string_view text) {
     if (shown != std::end(kShownMarks)) {
       bytes += kMarks[shown - kShownMarks];
     } else if (c == kEscape) {
-      const int high = i + 1 < text.size() ? hexDigit(text[i + 1]) : -1;
-      const int low = i + 2 < text.size() ? hexDigit(text[i + 2]) : -1;
+      const int high = i + 1 < text.size() ? detail::hexDigit(text[i + 1]) : -1;
+      const int low = i + 2 < text.size() ? detail::hexDigit(text[i + 2]) : -1;
       if (high < 0 || low < 0) {
         throw Error(
             sqlstate::kNotANumber,

@@ -3,6 +3,7 @@
 #include <charconv>
 #include <system_error>
 
+#include "client/src/numbers.h"
 #include "nox/client/error.h"
 
 namespace nox::client::detail {
@@ -11,13 +12,6 @@ namespace {
 
 constexpr std::string_view kScheme = "nox://";
 constexpr std::size_t kNone = std::string_view::npos;
-
-int hexDigit(char c) {
-  if (c >= '0' && c <= '9') return c - '0';
-  if (c >= 'A' && c <= 'F') return c - 'A' + 10;
-  if (c >= 'a' && c <= 'f') return c - 'a' + 10;
-  return -1;
-}
 
 std::string percentDecode(std::string_view text) {
   std::string decoded;

@@ -1,6 +1,8 @@
 // The marker bytes of the binary object format; docs/wire-format.md shows them at work.
 #pragma once
 
+#include <cstddef>
+
 namespace nox {
 
 constexpr char kStartOfRootObject = '[';
@@ -11,6 +13,8 @@ constexpr char kIntegerPrefix = 'I';
 constexpr char kStringPrefix = 's';
 constexpr char kBlobPrefix = 'j';
 constexpr char kByteArrayPrefix = 'b';
+
+constexpr std::size_t kMarkedInt = 5;  // marker, 4 bytes
 
 /// The type code that stands for "no object"; such an object has no version and no fields.
 constexpr int kNullType = 1;

@@ -7,6 +7,7 @@
 
 #include "nox/core/big_endian.h"
 #include "nox/core/binary_format.h"
+#include "nox/core/copy_bytes.h"
 #include "nox/core/exceptions.h"
 #include "nox/core/frame_stream.h"
 #include "nox/core/gzip_compressor.h"
@@ -28,8 +29,6 @@ constexpr std::size_t kSmallestCompressedBody = 25;
 // arrives.
 constexpr std::size_t kFirstChunk = std::size_t{1} << 20;
 
-constexpr std::size_t kMarkedInt = 5;
-constexpr std::size_t kShortText = 15;  // what a std::string holds without allocating
 constexpr std::size_t kStringHead = 3;  // 's', 2 bytes of length
 constexpr std::size_t kBlobHead = 6;    // 'j', 'b', 4 bytes of length
 

@@ -15,13 +15,11 @@ namespace nox {
 
 namespace {
 
-constexpr std::size_t kMarkedInt = 5;    // marker, 4 bytes
 constexpr std::size_t kObjectHead = 11;  // 'L', type, class version
 constexpr std::size_t kNullObject = 7;   // 'L', the null type, ';'
 
 // A std::string of up to 15 bytes can be read 16 bytes far, whether they lie inside it or not: a
 // copy of constant length, whose surplus the next field overwrites.
-constexpr std::size_t kShortText = 15;
 constexpr std::size_t kShortCopy = 16;
 constexpr std::size_t kShortRoom = 4 + kShortCopy;
 

@@ -6,6 +6,8 @@
 
 namespace nox {
 
+constexpr std::size_t kShortText = 15;  // what a std::string holds without allocating
+
 /// memcpy for regions that do not overlap, `n` mostly below 33: copies of constant length, which
 /// the compiler turns into moves, that may overlap each other.
 inline void copyBytes(char* to, const char* from, std::size_t n) {

@@ -33,7 +33,7 @@ std::unique_ptr<AuthenticationRequestProt> read(const std::string& frame) {
   return test::readAs<AuthenticationRequestProt>(frame, factory);
 }
 
-void expectSurvivesDamage(const std::string& frame) {
+void expectRequestSurvivesDamage(const std::string& frame) {
   AuthObjectFactory factory;
   test::expectSurvivesDamage(frame, factory);
 }
@@ -69,7 +69,7 @@ TEST(AuthenticationRequest, CarriesItsCredentialsAsAnObject) {
   EXPECT_EQ(contentOf(credentials->getUserName()), "u");
   EXPECT_EQ(contentOf(credentials->getAccount()), "acc");
   EXPECT_FALSE(received->authenticatedOK());
-  expectSurvivesDamage(frame);
+  expectRequestSurvivesDamage(frame);
 }
 
 TEST(AuthenticationRequest, CreatesTheKindOfCredentialsThatComes) {
@@ -88,7 +88,7 @@ TEST(AuthenticationRequest, CreatesTheKindOfCredentialsThatComes) {
   ASSERT_TRUE(received);
   ASSERT_TRUE(received->getCredentials());
   EXPECT_EQ(received->getCredentials()->getType(), 111);
-  expectSurvivesDamage(frame);
+  expectRequestSurvivesDamage(frame);
 }
 
 TEST(AuthenticationRequest, WithoutCredentialsCarriesANullObject) {
@@ -103,7 +103,7 @@ TEST(AuthenticationRequest, WithoutCredentialsCarriesANullObject) {
   const auto received = read(frame);
   ASSERT_TRUE(received);
   EXPECT_EQ(received->getCredentials(), nullptr);
-  expectSurvivesDamage(frame);
+  expectRequestSurvivesDamage(frame);
 }
 
 TEST(AuthenticationRequest, KeepsItsVerdictToItself) {

@@ -26,7 +26,7 @@ std::unique_ptr<Credentials> read(const std::string& frame) {
   return test::readAs<Credentials>(frame, factory);
 }
 
-void expectSurvivesDamage(const std::string& frame) {
+void expectCredentialsSurviveDamage(const std::string& frame) {
   AuthObjectFactory factory;
   test::expectSurvivesDamage(frame, factory);
 }
@@ -59,7 +59,7 @@ TEST(LocalUserCredentials, AreEmptyNarrowTextsByDefault) {
       "49 00 00 00 00"                      // "failedLoginAttempts" 0
       "3B  5D");
   EXPECT_BYTES(frameOf(credentials), frame);
-  expectSurvivesDamage(frame);
+  expectCredentialsSurviveDamage(frame);
 }
 
 TEST(LocalUserCredentials, TravelAsUserNamePasswordSeedAndFailures) {
@@ -81,7 +81,7 @@ TEST(LocalUserCredentials, TravelAsUserNamePasswordSeedAndFailures) {
   EXPECT_EQ(contentOf(received->getSeed()), "s");
   EXPECT_EQ(received->getNumberOfFailedLoginAttempts(), 5);
   EXPECT_BYTES(frameOf(*received), frame);
-  expectSurvivesDamage(frame);
+  expectCredentialsSurviveDamage(frame);
 }
 
 TEST(LocalUserCredentials, MadeFromTwoTextsHaveNoSeed) {
@@ -105,7 +105,7 @@ TEST(LocalUserCredentials, MadeFromTwoTextsHaveNoSeed) {
   const auto received = read<LocalUserCredentials>(frame);
   ASSERT_TRUE(received);
   EXPECT_EQ(contentOf(received->getSeed()), "");
-  expectSurvivesDamage(frame);
+  expectCredentialsSurviveDamage(frame);
 }
 
 TEST(LocalUserCredentials, WithoutASeedCanBeReadInto) {
@@ -186,7 +186,7 @@ TEST(AccountUserCredentials, TravelAsUserNameAccountPasswordAlone) {
   EXPECT_EQ(contentOf(received->getAccount()), "acc");
   EXPECT_EQ(contentOf(received->getPassword()), "p");
   EXPECT_EQ(contentOf(received->getSeed()), "");
-  expectSurvivesDamage(frame);
+  expectCredentialsSurviveDamage(frame);
 }
 
 TEST(AccountUserCredentials, WithoutAPasswordCarryANullString) {
@@ -203,7 +203,7 @@ TEST(AccountUserCredentials, WithoutAPasswordCarryANullString) {
   const auto received = read<AccountUserCredentialsProt>(frame);
   ASSERT_TRUE(received);
   EXPECT_EQ(contentOf(received->getPassword()), "");
-  expectSurvivesDamage(frame);
+  expectCredentialsSurviveDamage(frame);
 }
 
 TEST(AccountUserCredentials, TakeTheirFirstPasswordLater) {

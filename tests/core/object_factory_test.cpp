@@ -26,13 +26,13 @@ public:
 };
 
 // Counts its living instances.
-class Tracked : public Bare<20> {
+class TrackedPrototype : public Bare<20> {
 public:
-  Tracked() { ++alive; }
-  Tracked(const Tracked&) = delete;
-  Tracked& operator=(const Tracked&) = delete;
-  ~Tracked() override { --alive; }
-  Serializable* create() override { return new Tracked; }
+  TrackedPrototype() { ++alive; }
+  TrackedPrototype(const TrackedPrototype&) = delete;
+  TrackedPrototype& operator=(const TrackedPrototype&) = delete;
+  ~TrackedPrototype() override { --alive; }
+  Serializable* create() override { return new TrackedPrototype; }
   static inline int alive = 0;
 };
 
@@ -45,8 +45,8 @@ public:
 class TwoOfACode : public ObjectFactory {
 public:
   TwoOfACode() {
-    add<Tracked>("first");
-    add<Tracked>("second");
+    add<TrackedPrototype>("first");
+    add<TrackedPrototype>("second");
   }
   Serializable* create() override { return new TwoOfACode; }
 };
@@ -161,17 +161,17 @@ TEST(ObjectFactory, RegistersNoNullPrototype) {
 TEST(ObjectFactory, OwnsItsPrototypes) {
   {
     EmptyFactory factory;
-    factory.registerType(new Tracked, "Tracked");
-    EXPECT_EQ(Tracked::alive, 1);
+    factory.registerType(new TrackedPrototype, "TrackedPrototype");
+    EXPECT_EQ(TrackedPrototype::alive, 1);
   }
-  EXPECT_EQ(Tracked::alive, 0);
+  EXPECT_EQ(TrackedPrototype::alive, 0);
 }
 
 TEST(ObjectFactory, LosesNothingWhenAServicesConstructorThrows) {
   const auto error = caught<DuplicateType>([] { TwoOfACode factory; });
   ASSERT_TRUE(error);
   EXPECT_EQ(error->getTypeCode(), 20);
-  EXPECT_EQ(Tracked::alive, 0);
+  EXPECT_EQ(TrackedPrototype::alive, 0);
 }
 
 TEST(ObjectFactory, KnowsTheNamesItWasGiven) {
@@ -231,24 +231,24 @@ TEST(ObjectFactory, CopiesHoldPrototypesOfTheirOwn) {
   EmptyFactory copy;
   {
     EmptyFactory factory;
-    factory.registerType(new Tracked, "Tracked");
+    factory.registerType(new TrackedPrototype, "TrackedPrototype");
     const EmptyFactory other(factory);
-    EXPECT_EQ(Tracked::alive, 2);
+    EXPECT_EQ(TrackedPrototype::alive, 2);
     copy = other;
-    EXPECT_EQ(Tracked::alive, 3);
+    EXPECT_EQ(TrackedPrototype::alive, 3);
   }
-  EXPECT_EQ(Tracked::alive, 1);
-  EXPECT_STREQ(copy.getTypeName(20), "Tracked");
+  EXPECT_EQ(TrackedPrototype::alive, 1);
+  EXPECT_STREQ(copy.getTypeName(20), "TrackedPrototype");
   EXPECT_TRUE(std::unique_ptr<Serializable>(copy.createObject(20)));
 }
 
 TEST(ObjectFactory, AssignmentReplacesWhatWasRegistered) {
   EmptyFactory one;
-  one.registerType(new Tracked, "Tracked");
+  one.registerType(new TrackedPrototype, "TrackedPrototype");
   EmptyFactory two;
   two.registerType(new test::Pair, "Pair");
   one = two;
-  EXPECT_EQ(Tracked::alive, 0);
+  EXPECT_EQ(TrackedPrototype::alive, 0);
   EXPECT_EQ(one.getTypeName(20), nullptr);
   EXPECT_STREQ(one.getTypeName(3), "Pair");
   auto& same = one;
@@ -259,10 +259,10 @@ TEST(ObjectFactory, AssignmentReplacesWhatWasRegistered) {
 
 TEST(ObjectFactory, MovingLeavesTheSourceEmpty) {
   EmptyFactory source;
-  source.registerType(new Tracked, "Tracked");
+  source.registerType(new TrackedPrototype, "TrackedPrototype");
   EmptyFactory target(std::move(source));
-  EXPECT_EQ(Tracked::alive, 1);
-  EXPECT_STREQ(target.getTypeName(20), "Tracked");
+  EXPECT_EQ(TrackedPrototype::alive, 1);
+  EXPECT_STREQ(target.getTypeName(20), "TrackedPrototype");
   EXPECT_EQ(source.getTypeName(20), nullptr);
   EXPECT_TRUE(caught<UnknownType>([&] { source.createObject(20); }));
 

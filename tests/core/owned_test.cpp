@@ -13,11 +13,11 @@ namespace {
 using test::Pair;
 
 // Counts its living instances.
-struct Tracked {
-  explicit Tracked(int value = 0) : value(value) { ++alive; }
-  Tracked(const Tracked& other) : value(other.value) { ++alive; }
-  Tracked& operator=(const Tracked&) = default;
-  ~Tracked() { --alive; }
+struct Counted {
+  explicit Counted(int value = 0) : value(value) { ++alive; }
+  Counted(const Counted& other) : value(other.value) { ++alive; }
+  Counted& operator=(const Counted&) = default;
+  ~Counted() { --alive; }
   int value;
   static inline int alive = 0;
 };
@@ -31,7 +31,7 @@ const std::string kLong(2000, 'x');  // beyond every inline store
 TEST(Owned, StartsEmptyAndPresent) {
   const OwnedString text;
   const OwnedBlob blob;
-  const Owned<Tracked> object;
+  const Owned<Counted> object;
   ASSERT_TRUE(text);
   ASSERT_TRUE(blob);
   ASSERT_TRUE(object);
@@ -43,12 +43,12 @@ TEST(Owned, StartsEmptyAndPresent) {
 TEST(Owned, CanBeAbsent) {
   const OwnedString text = nullptr;
   const OwnedBlob blob = nullptr;
-  const Owned<Tracked> object = nullptr;
+  const Owned<Counted> object = nullptr;
   EXPECT_FALSE(text);
   EXPECT_EQ(text.get(), nullptr);
   EXPECT_EQ(blob.get(), nullptr);
   EXPECT_EQ(object.get(), nullptr);
-  EXPECT_EQ(Tracked::alive, 0);
+  EXPECT_EQ(Counted::alive, 0);
 }
 
 TEST(Owned, CopiesTextFromACString) {
@@ -89,14 +89,14 @@ TEST(Owned, MakesNullTextAndBytesEmpty) {
 }
 
 TEST(Owned, CopiesOtherObjectsAndKeepsNullAbsent) {
-  Tracked object(5);
+  Counted object(5);
   {
-    const Owned<Tracked> field{Copied<Tracked>(&object)};
+    const Owned<Counted> field{Copied<Counted>(&object)};
     EXPECT_NE(field.get(), &object);
     EXPECT_EQ(field->value, 5);
-    EXPECT_FALSE(Owned<Tracked>(Copied<Tracked>(nullptr)));
+    EXPECT_FALSE(Owned<Counted>(Copied<Counted>(nullptr)));
   }
-  EXPECT_EQ(Tracked::alive, 1);
+  EXPECT_EQ(Counted::alive, 1);
 }
 
 TEST(Owned, TakesAnAdoptedObjectOver) {
@@ -104,18 +104,18 @@ TEST(Owned, TakesAnAdoptedObjectOver) {
   const OwnedString field{Adopted<NOXPString>(text)};
   EXPECT_EQ(field.get(), text);
 
-  auto* const object = new Tracked(5);
+  auto* const object = new Counted(5);
   {
-    const Owned<Tracked> other{Adopted<Tracked>(object)};
+    const Owned<Counted> other{Adopted<Counted>(object)};
     EXPECT_EQ(other.get(), object);
   }
-  EXPECT_EQ(Tracked::alive, 0);
+  EXPECT_EQ(Counted::alive, 0);
   EXPECT_FALSE(OwnedBlob(Adopted<NOXPBlob>(nullptr)));
 }
 
 TEST(Owned, AnAdoptedArgumentThatNobodyTakesIsDeleted) {
-  { const Adopted<Tracked> argument(new Tracked); }
-  EXPECT_EQ(Tracked::alive, 0);
+  { const Adopted<Counted> argument(new Counted); }
+  EXPECT_EQ(Counted::alive, 0);
 }
 
 TEST(Owned, CopiesDeeply) {
@@ -177,9 +177,9 @@ TEST(Owned, ReplacesItsObject) {
   text.adopt(nullptr);
   EXPECT_FALSE(text);
 
-  Owned<Tracked> object;
-  object.adopt(new Tracked(6));
-  EXPECT_EQ(Tracked::alive, 1);
+  Owned<Counted> object;
+  object.adopt(new Counted(6));
+  EXPECT_EQ(Counted::alive, 1);
   EXPECT_EQ(object->value, 6);
 }
 
@@ -193,64 +193,64 @@ TEST(MaybeOwned, StartsAbsent) {
 
 TEST(MaybeOwned, DeletesWhatItAdopted) {
   {
-    const MaybeOwned<Tracked> field{Adopted<Tracked>(new Tracked(5))};
+    const MaybeOwned<Counted> field{Adopted<Counted>(new Counted(5))};
     EXPECT_TRUE(field.owns());
     EXPECT_EQ((*field).value, 5);
   }
-  EXPECT_EQ(Tracked::alive, 0);
-  EXPECT_FALSE(MaybeOwned<Tracked>(Adopted<Tracked>(nullptr)));
+  EXPECT_EQ(Counted::alive, 0);
+  EXPECT_FALSE(MaybeOwned<Counted>(Adopted<Counted>(nullptr)));
 }
 
 TEST(MaybeOwned, LeavesWhatItBorrowed) {
-  Tracked object(5);
+  Counted object(5);
   {
-    const MaybeOwned<Tracked> field{Borrowed<Tracked>(&object)};
+    const MaybeOwned<Counted> field{Borrowed<Counted>(&object)};
     EXPECT_EQ(field.get(), &object);
     EXPECT_FALSE(field.owns());
   }
-  EXPECT_EQ(Tracked::alive, 1);
+  EXPECT_EQ(Counted::alive, 1);
 }
 
 TEST(MaybeOwned, CopiesDeeplyAndOwnsTheCopy) {
-  Tracked object(5);
-  const MaybeOwned<Tracked> borrowed{Borrowed<Tracked>(&object)};
-  MaybeOwned<Tracked> copy(borrowed);
+  Counted object(5);
+  const MaybeOwned<Counted> borrowed{Borrowed<Counted>(&object)};
+  MaybeOwned<Counted> copy(borrowed);
   EXPECT_NE(copy.get(), &object);
   EXPECT_EQ(copy->value, 5);
   EXPECT_TRUE(copy.owns());
-  EXPECT_EQ(Tracked::alive, 2);
+  EXPECT_EQ(Counted::alive, 2);
   copy = copy;
   EXPECT_EQ(copy->value, 5);
-  copy = MaybeOwned<Tracked>();
+  copy = MaybeOwned<Counted>();
   EXPECT_FALSE(copy);
-  EXPECT_EQ(Tracked::alive, 1);
+  EXPECT_EQ(Counted::alive, 1);
 }
 
 TEST(MaybeOwned, MovesItsObject) {
-  MaybeOwned<Tracked> field{Adopted<Tracked>(new Tracked(5))};
-  const Tracked* const object = field.get();
-  const MaybeOwned<Tracked> moved(std::move(field));
+  MaybeOwned<Counted> field{Adopted<Counted>(new Counted(5))};
+  const Counted* const object = field.get();
+  const MaybeOwned<Counted> moved(std::move(field));
   EXPECT_EQ(moved.get(), object);
   EXPECT_TRUE(moved.owns());
   EXPECT_FALSE(field);
-  EXPECT_EQ(Tracked::alive, 1);
+  EXPECT_EQ(Counted::alive, 1);
 }
 
 TEST(MaybeOwned, HandsItsObjectOver) {
-  MaybeOwned<Tracked> owned{Adopted<Tracked>(new Tracked(5))};
-  const std::unique_ptr<Tracked> released(owned.release());
+  MaybeOwned<Counted> owned{Adopted<Counted>(new Counted(5))};
+  const std::unique_ptr<Counted> released(owned.release());
   EXPECT_EQ(released->value, 5);
   EXPECT_FALSE(owned);
 
-  Tracked object(6);
-  MaybeOwned<Tracked> borrowed{Borrowed<Tracked>(&object)};
+  Counted object(6);
+  MaybeOwned<Counted> borrowed{Borrowed<Counted>(&object)};
   EXPECT_EQ(borrowed.release(), &object);
   EXPECT_FALSE(borrowed);
 }
 
 TEST(MaybeOwned, MakesAnEmptyObjectOfItsOwn) {
-  Tracked object(6);
-  MaybeOwned<Tracked> field{Borrowed<Tracked>(&object)};
+  Counted object(6);
+  MaybeOwned<Counted> field{Borrowed<Counted>(&object)};
   field.emplaceEmpty();
   EXPECT_TRUE(field.owns());
   EXPECT_EQ(field->value, 0);

@@ -32,13 +32,6 @@ std::string read(InputStream& stream, int n) {
   return data;
 }
 
-int option(const ACE_SOCK& socket, int level, int name) {
-  int value = 0;
-  int size = sizeof value;
-  EXPECT_EQ(socket.get_option(level, name, &value, &size), 0);
-  return value;
-}
-
 /// Runs with SIGPIPE at its default, which ends the process.
 template <class Pair>
 class ACEInputStreamOn : public ::testing::Test {
@@ -143,16 +136,16 @@ TYPED_TEST(ACEInputStreamOn, LeavesTheSocketOpen) {
 
 TYPED_TEST(ACEInputStreamOn, SetsTheReceiveBufferOnlyWhenGiven) {
   auto& socket = this->pair_.client();
-  const int before = option(socket, SOL_SOCKET, SO_RCVBUF);
+  const int before = optionOf(socket, SOL_SOCKET, SO_RCVBUF);
   const ACEInputStream none(&socket, 0);
-  EXPECT_EQ(option(socket, SOL_SOCKET, SO_RCVBUF), before);
+  EXPECT_EQ(optionOf(socket, SOL_SOCKET, SO_RCVBUF), before);
   EXPECT_EQ(none.getBufferSize(), 0U);
   EXPECT_EQ(this->stream_.getBufferSize(), 0U);
 
   const LogCapture log;
   const ACEInputStream some(&socket, 4096);
   // The system makes of it what it likes, but less than before.
-  EXPECT_LT(option(socket, SOL_SOCKET, SO_RCVBUF), before);
+  EXPECT_LT(optionOf(socket, SOL_SOCKET, SO_RCVBUF), before);
   EXPECT_EQ(some.getBufferSize(), 4096U);
   EXPECT_THAT(log.records(), IsEmpty());
 }

@@ -35,13 +35,6 @@ std::string largeMessage() {
   return message;
 }
 
-int option(const ACE_SOCK& socket, int level, int name) {
-  int value = 0;
-  int size = sizeof value;
-  EXPECT_EQ(socket.get_option(level, name, &value, &size), 0);
-  return value;
-}
-
 void send(OutStream& stream, const std::string& data) { stream.send(data.data(), data.size()); }
 
 /// Runs with SIGPIPE at its default, which ends the process.
@@ -132,16 +125,16 @@ TYPED_TEST(ACEOutStreamOn, LeavesNoSigpipeBehindForAThreadThatBlocksIt) {
 
 TYPED_TEST(ACEOutStreamOn, SetsOnlyTheOptionsThatAreAskedFor) {
   auto& socket = this->pair_.client();
-  const int noDelay = option(socket, IPPROTO_TCP, TCP_NODELAY);
-  const int sendBuffer = option(socket, SOL_SOCKET, SO_SNDBUF);
+  const int noDelay = optionOf(socket, IPPROTO_TCP, TCP_NODELAY);
+  const int sendBuffer = optionOf(socket, SOL_SOCKET, SO_SNDBUF);
   const LogCapture log;
   const ACEOutStream none(&socket, false, 0);
-  EXPECT_EQ(option(socket, IPPROTO_TCP, TCP_NODELAY), noDelay);
-  EXPECT_EQ(option(socket, SOL_SOCKET, SO_SNDBUF), sendBuffer);
+  EXPECT_EQ(optionOf(socket, IPPROTO_TCP, TCP_NODELAY), noDelay);
+  EXPECT_EQ(optionOf(socket, SOL_SOCKET, SO_SNDBUF), sendBuffer);
   const ACEOutStream both(&socket, true, 4096);
-  EXPECT_EQ(option(socket, IPPROTO_TCP, TCP_NODELAY), 1);
+  EXPECT_EQ(optionOf(socket, IPPROTO_TCP, TCP_NODELAY), 1);
   // The system makes of it what it likes, but less than before.
-  EXPECT_LT(option(socket, SOL_SOCKET, SO_SNDBUF), sendBuffer);
+  EXPECT_LT(optionOf(socket, SOL_SOCKET, SO_SNDBUF), sendBuffer);
   EXPECT_THAT(log.records(), IsEmpty());
 }
 

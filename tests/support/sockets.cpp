@@ -121,6 +121,13 @@ void TlsPair::closeServer() {
   closeQuietly(server_);
 }
 
+int optionOf(const ACE_SOCK& socket, int level, int name) {
+  int value = 0;
+  int size = sizeof value;
+  require(socket.get_option(level, name, &value, &size) == 0, "get_option");
+  return value;
+}
+
 void endWriting(const ACE_SOCK& socket) { ::shutdown(socket.get_handle(), SHUT_WR); }
 
 void sendAll(ACE_SOCK_Stream& socket, std::string_view data) {

@@ -1,6 +1,7 @@
 // Real connections over loopback, plain and TLS, for tests.
 #pragma once
 
+#include <ace/SOCK.h>
 #include <ace/SOCK_Stream.h>
 #include <ace/SSL/SSL_SOCK_Stream.h>
 
@@ -56,6 +57,9 @@ private:
   Stream client_;
   Stream server_;
 };
+
+/// The value of an integer option of a socket.
+int optionOf(const ACE_SOCK& socket, int level, int name);
 
 /// Makes every further write to the socket fail at once with EPIPE, and SIGPIPE where it is let.
 void endWriting(const ACE_SOCK& socket);

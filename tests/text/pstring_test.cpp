@@ -17,7 +17,7 @@
 namespace nox::test {
 namespace {
 
-constexpr std::size_t kTooLarge = std::numeric_limits<std::size_t>::max();
+constexpr std::size_t kTooLongText = std::numeric_limits<std::size_t>::max();
 const std::string kLong(100, 'x');
 
 void assignNarrow(NOXPString& target, const char* text, std::size_t n, std::size_t readable);
@@ -124,12 +124,12 @@ TEST(PString, IsEmptyForNullArguments) {
 }
 
 TEST(PString, ThrowsBadAllocForImpossibleLengths) {
-  EXPECT_THROW(NOXPString("abc", kTooLarge, false), std::bad_alloc);
+  EXPECT_THROW(NOXPString("abc", kTooLongText, false), std::bad_alloc);
   NOXPString text("abc");
-  EXPECT_THROW(text.append("abc", kTooLarge), std::bad_alloc);
+  EXPECT_THROW(text.append("abc", kTooLongText), std::bad_alloc);
   EXPECT_STREQ(text.c_str(), "abc");
   NOXPString wideText = wide(L"abc");
-  EXPECT_THROW(wideText.append(L"abc", kTooLarge), std::bad_alloc);
+  EXPECT_THROW(wideText.append(L"abc", kTooLongText), std::bad_alloc);
 }
 
 TEST(PString, IsSmallAndMovesWithoutThrowing) {

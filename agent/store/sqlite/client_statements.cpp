@@ -11,8 +11,6 @@ namespace nox::agent {
 
 namespace {
 
-constexpr int kPrimaryCode = 0xFF;  // the part of an extended code that names its family
-
 // Names that begin so, in any case, are the store's.
 constexpr std::string_view kInternalPrefix = "nox_";
 

@@ -9,8 +9,6 @@ namespace nox::agent {
 
 namespace {
 
-constexpr int kPrimaryCode = 0xFF;  // the part of an extended code that names its family
-
 bool isNoRoom(int systemError) {
   return systemError == ENOSPC || systemError == EDQUOT || systemError == EFBIG;
 }

@@ -9,6 +9,9 @@ struct sqlite3;
 
 namespace nox::agent {
 
+/// The part of an extended result code that names its family.
+constexpr int kPrimaryCode = 0xFF;
+
 /// The kind that SQLite's extended result code stands for. SQLITE_ERROR, which covers everything
 /// that is wrong with the text of a statement, is Failed here.
 StoreError::Kind storeErrorKind(int extendedCode, int systemError);

@@ -9,7 +9,7 @@ namespace nox::agent {
 namespace {
 
 // A null pointer would bind null.
-const char* orEmpty(const char* data) { return data != nullptr ? data : ""; }
+const char* notNull(const char* data) { return data != nullptr ? data : ""; }
 
 }  // namespace
 
@@ -26,13 +26,13 @@ Statement::Statement(sqlite3* db, std::string_view sql) {
 }
 
 void Statement::bindText(int parameter, std::string_view text) {
-  const int code = sqlite3_bind_text64(handle(), parameter + 1, orEmpty(text.data()), text.size(),
+  const int code = sqlite3_bind_text64(handle(), parameter + 1, notNull(text.data()), text.size(),
                                        SQLITE_STATIC, SQLITE_UTF8);
   if (code != SQLITE_OK) throw storeError(sqlite3_db_handle(handle()), code);
 }
 
 void Statement::bindBytes(int parameter, std::string_view bytes) {
-  const int code = sqlite3_bind_blob64(handle(), parameter + 1, orEmpty(bytes.data()), bytes.size(),
+  const int code = sqlite3_bind_blob64(handle(), parameter + 1, notNull(bytes.data()), bytes.size(),
                                        SQLITE_STATIC);
   if (code != SQLITE_OK) throw storeError(sqlite3_db_handle(handle()), code);
 }

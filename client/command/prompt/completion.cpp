@@ -12,10 +12,6 @@ namespace {
 
 using Words = std::vector<std::string>;
 
-bool isOneOf(const Words& words, const std::string& word) {
-  return std::find(words.begin(), words.end(), word) != words.end();
-}
-
 /// Where the word at the end of `text` begins.
 std::size_t wordBegin(std::string_view text, std::string_view dividers) {
   const std::size_t divider = text.find_last_of(dividers);

@@ -30,10 +30,6 @@ std::vector<std::string> firstWords(std::string_view text) {
   return words;
 }
 
-bool isOneOf(const std::vector<std::string>& words, const std::string& word) {
-  return std::find(words.begin(), words.end(), word) != words.end();
-}
-
 /// SELECT FILE, SELECT DICT FILE, SELECT FILE 'id' ..., SELECT FILE WITH ... and BY ...: the
 /// command.
 bool isSelectCommand(const std::vector<std::string>& words) {
@@ -47,6 +43,10 @@ bool isSelectCommand(const std::vector<std::string>& words) {
 }
 
 }  // namespace
+
+bool isOneOf(const std::vector<std::string>& words, const std::string& word) {
+  return std::find(words.begin(), words.end(), word) != words.end();
+}
 
 bool beginsSql(std::string_view line) {
   const std::vector<std::string> words = firstWords(line);

@@ -45,6 +45,8 @@ std::vector<std::string> splitWords(std::string_view text);
 /// ASCII alone, whatever the locale.
 std::string upperCase(std::string_view text);
 
+bool isOneOf(const std::vector<std::string>& words, const std::string& word);
+
 /// The verbs of the command language and of SQL, for completion.
 const std::vector<std::string>& commandVerbs();
 const std::vector<std::string>& sqlVerbs();

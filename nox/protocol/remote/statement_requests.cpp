@@ -8,7 +8,7 @@ namespace nox::noxp::remote {
 namespace {
 
 // From this version on the query is a blob and the select list follows it.
-constexpr unsigned int kVersionWithSelectList = 1;
+constexpr unsigned int kVersionWithBlobAndList = 1;
 
 }  // namespace
 
@@ -35,7 +35,7 @@ StatementExecuteQueryRequestProt::StatementExecuteQueryRequestProt(
 
 Archive& StatementExecuteQueryRequestProt::serialize(Archive& ar, unsigned int version) {
   serializedVersion = version;
-  if (version >= kVersionWithSelectList) {
+  if (version >= kVersionWithBlobAndList) {
     return ar.process(query_, "_query").process(selectList_, "selectList");
   }
   std::string query;

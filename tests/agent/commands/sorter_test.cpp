@@ -13,7 +13,7 @@ namespace {
 using ::testing::ElementsAre;
 using ::testing::IsEmpty;
 
-constexpr std::size_t kPlenty = 1'000'000;
+constexpr std::size_t kPlentyOfMemory = 1'000'000;
 
 std::vector<std::string> drain(Sorter& sorter) {
   std::vector<std::string> contents;
@@ -22,7 +22,7 @@ std::vector<std::string> drain(Sorter& sorter) {
 }
 
 TEST(Sorter, GivesEntriesByTheirKeys) {
-  Sorter sorter(kPlenty);
+  Sorter sorter(kPlentyOfMemory);
   sorter.add("b", "second");
   sorter.add("c", "third");
   sorter.add("a", "first");
@@ -31,7 +31,7 @@ TEST(Sorter, GivesEntriesByTheirKeys) {
 }
 
 TEST(Sorter, KeepsTheOrderOfEqualKeys) {
-  Sorter sorter(kPlenty);
+  Sorter sorter(kPlentyOfMemory);
   sorter.add("a", "1");
   sorter.add("a", "2");
   sorter.add("a", "3");
@@ -39,7 +39,7 @@ TEST(Sorter, KeepsTheOrderOfEqualKeys) {
 }
 
 TEST(Sorter, OfNothingGivesNothing) {
-  Sorter sorter(kPlenty);
+  Sorter sorter(kPlentyOfMemory);
   EXPECT_THAT(drain(sorter), IsEmpty());
   EXPECT_FALSE(sorter.next());
 }

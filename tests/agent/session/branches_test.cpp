@@ -11,6 +11,7 @@
 
 #include "agent/failure.h"
 #include "agent/session/transactions.h"
+#include "tests/agent/session/lock_modes.h"
 #include "tests/agent/support/agent_in_process.h"
 
 namespace nox::agent::test {
@@ -18,9 +19,6 @@ namespace {
 
 using ::testing::ElementsAre;
 using ::testing::IsEmpty;
-
-constexpr int kUpdate = 2;
-constexpr int kShared = 1;
 
 class BranchesTest : public ::testing::Test {
 protected:

@@ -11,14 +11,11 @@
 
 #include "agent/failure.h"
 #include "agent/session/transactions.h"
+#include "tests/agent/session/lock_modes.h"
 #include "tests/agent/support/agent_in_process.h"
 
 namespace nox::agent::test {
 namespace {
-
-constexpr int kShared = 1;
-constexpr int kUpdate = 2;
-constexpr int kDoNotWait = 4;
 
 class DataAccessTest : public ::testing::Test {
 protected:

@@ -7,12 +7,11 @@
 #include <future>
 #include <string>
 
+#include "tests/agent/session/lock_modes.h"
 #include "tests/agent/support/agent_in_process.h"
 
 namespace nox::agent::test {
 namespace {
-
-constexpr int kUpdate = 2;
 
 std::string beginSql(ClientCalls& client, int level) {
   noxp::sql::TransactionStartRequestProt request(level);

@@ -46,7 +46,7 @@ CommandReply readCommand(const Serializable& reply) {
   if (const auto* const done = dynamic_cast<const ExecuteResponseProt*>(&reply)) {
     read.output = linesIn(done->getCapturingVariable());
     read.setting = unmarked(bytesIn(done->getSettingVariable()));
-    read.list = describe(dynamic_cast<SelectListProt*>(done->getSelectList()));
+    read.list = test::describe(dynamic_cast<SelectListProt*>(done->getSelectList()));
   } else if (const auto* const asked = dynamic_cast<const noxp::InputOutputResponseProt*>(&reply)) {
     read.prompt = asked->getCommand();
     read.output = linesIn(asked->getOutput());
@@ -107,7 +107,7 @@ QueryReply query(ClientCalls& client, const char* text, SelectListProt* list,
     EXPECT_EQ(opened->getStatus(), 0);
     read.heading = unmarked(bytesIn(opened->getRecord()));
     auto* const chunk = dynamic_cast<SelectListProt*>(opened->getSelectList());
-    read.list = describe(chunk);
+    read.list = test::describe(chunk);
     read.id = chunk ? chunk->getId() : 0;
   }
   return read;

@@ -14,7 +14,7 @@ using noxp::remote::ToviResponseProt;
 using testing::ElementsAre;
 using testing::IsEmpty;
 
-constexpr int kId = 4;
+constexpr int kListId = 4;
 
 /// A chunk as a server makes it. With records, "-" is one that is not there.
 SelectListProt* chunk(const std::vector<std::string>& keys,
@@ -23,7 +23,7 @@ SelectListProt* chunk(const std::vector<std::string>& keys,
   for (const std::string& key : keys) joined += key + '\xFE';
   const NOXPBlob blob(joined.data(), joined.size());
   auto list = std::make_unique<SelectListProt>(&blob);
-  list->setId(kId);
+  list->setId(kListId);
   if (!records.empty()) {
     list->setHasRecordData(true);
     for (const std::string& record : records) {
@@ -230,7 +230,7 @@ TEST_F(SelectLists, ThatACommandLeavesAreOneLikeOthers) {
   SelectList list = connection_.select("SSELECT F");
   replyPage({});
   EXPECT_THAT(idsOf(list), ElementsAre("A"));
-  EXPECT_EQ(list.id(), kId);
+  EXPECT_EQ(list.id(), kListId);
 }
 
 TEST_F(SelectLists, ThatSelectNothingHaveNoEntries) {

@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "nox/core/exceptions.h"
+#include "tests/protocol/remote/list_of_a.h"
 #include "tests/support/caught.h"
 #include "tests/support/contents.h"
 #include "tests/support/log_capture.h"
@@ -30,12 +31,6 @@ using ::testing::ElementsAre;
 using ::testing::IsEmpty;
 
 using Lists = test::Classes<RemoteExecuteRequestProt, SelectListProt>;
-
-/// A list with id 0 of the one key A.
-SelectListProt listOfA() {
-  const NOXPBlob key("A");
-  return SelectListProt(&key);
-}
 
 TEST(RemoteExecuteRequest, TravelsAsCommandInVersionZero) {
   NOXPBlob command("LIST F");

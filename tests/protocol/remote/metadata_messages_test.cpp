@@ -7,6 +7,7 @@
 #include <string>
 
 #include "nox/core/exceptions.h"
+#include "tests/protocol/remote/list_of_a.h"
 #include "tests/support/caught.h"
 #include "tests/support/contents.h"
 #include "tests/support/log_capture.h"
@@ -35,7 +36,6 @@ const std::string kProductVersionKey =
 const std::string kMaxConnectionsKey =
     "6A 62 00 00 00 13  45 49 53 5F 4D 41 58 5F 43 4F 4E 4E 45 43 54 49 4F 4E 53  3B 3B";
 const std::string kUserNameKey = "6A 62 00 00 00 0D  45 49 53 5F 55 53 45 52 5F 4E 41 4D 45  3B 3B";
-const std::string kNull = "4C 49 00 00 00 01 3B";
 
 /// Name N, version V, 9 connections; the user is not known.
 const std::string kThreeFacts =

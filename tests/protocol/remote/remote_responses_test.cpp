@@ -13,6 +13,7 @@
 #include "nox/core/exceptions.h"
 #include "nox/protocol/remote/monitoring.h"
 #include "nox/protocol/remote/select_list_requests.h"
+#include "tests/protocol/remote/list_of_a.h"
 #include "tests/support/caught.h"
 #include "tests/support/contents.h"
 #include "tests/support/log_capture.h"
@@ -47,10 +48,6 @@ ACEBinaryFormatParameterListProt* newParameters(const std::string& text) {
   return list.release();
 }
 
-const std::string kListOfA =
-    "4C  49 00 00 01 94  49 00 00 00 00"
-    "49 00 00 00 00  49 00 00 00 01  73 00 01 41 3B  49 00 00 00 00  3B";
-const std::string kNull = "4C 49 00 00 00 01 3B";
 const std::string kParametersP =
     "4C  49 00 00 00 67  49 00 00 00 00"
     "49 00 00 00 01  49 00 00 00 0C  49 00 00 00 00  6A 62 00 00 00 01 50 3B 3B  3B";
@@ -81,7 +78,7 @@ public:
 };
 
 template <class Message>
-std::unique_ptr<Message> readBody(const std::string& hexBody) {
+std::unique_ptr<Message> readReply(const std::string& hexBody) {
   test::Classes<Message, SelectListProt, ACEBinaryFormatParameterListProt> factory;
   return readAs<Message>(framed(bytes(hexBody)), factory);
 }
@@ -109,7 +106,7 @@ TEST(ToviResponse, HasStatusOneAndNothingElseByDefault) {
 }
 
 TEST(ToviResponse, ReadsNullsAsAnEmptyRecordAndNoList) {
-  const auto read = readBody<ToviResponseProt>(
+  const auto read = readReply<ToviResponseProt>(
       "4C  49 00 00 01 2D  49 00 00 00 00  49 00 00 00 01" + kNull + kNull + "3B");
   ASSERT_NE(read, nullptr);
   EXPECT_EQ(contentOf(read->getRecord()), "");
@@ -230,7 +227,7 @@ TEST(ExecuteResponse, HasEmptyBlobsAndNoListByDefault) {
   const std::string body = "4C  49 00 00 01 2E  49 00 00 00 00" + kNull +
                            "6A 62 00 00 00 00 3B 3B  6A 62 00 00 00 00 3B 3B  3B";
   EXPECT_BYTES(frameOf(response), framed(bytes(body)));
-  const auto read = readBody<ExecuteResponseProt>(body);
+  const auto read = readReply<ExecuteResponseProt>(body);
   ASSERT_NE(read, nullptr);
   EXPECT_EQ(dynamic_cast<SelectListProt&>(*read->getSelectList()).getId(), -1);
 }
@@ -300,7 +297,7 @@ TEST(SubroutineResponse, HasStatusZeroAndNoParametersByDefault) {
 
   const std::string body = "4C  49 00 00 01 30  49 00 00 00 00  49 00 00 00 00" + kNull + "3B";
   EXPECT_BYTES(frameOf(SubroutineResponseProt()), framed(bytes(body)));
-  const auto read = readBody<SubroutineResponseProt>(body);
+  const auto read = readReply<SubroutineResponseProt>(body);
   ASSERT_NE(read, nullptr);
   ASSERT_NE(read->getParameters(), nullptr);
   EXPECT_EQ(read->getParameters()->count(), 0u);
@@ -401,7 +398,7 @@ TEST(StatementFetchResponse, HasStatusZeroAndNoRowsByDefault) {
 
   const std::string body = "4C  49 00 00 01 36  49 00 00 00 00  49 00 00 00 00" + kNull + "3B";
   EXPECT_BYTES(frameOf(response), framed(bytes(body)));
-  const auto read = readBody<StatementFetchResponseProt>(body);
+  const auto read = readReply<StatementFetchResponseProt>(body);
   ASSERT_NE(read, nullptr);
   ASSERT_NE(read->getRows(), nullptr);
   EXPECT_EQ(read->getRows()->count(), 0u);

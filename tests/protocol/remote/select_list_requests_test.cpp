@@ -8,6 +8,7 @@
 #include <string>
 
 #include "nox/core/exceptions.h"
+#include "tests/protocol/remote/list_of_a.h"
 #include "tests/support/caught.h"
 #include "tests/support/log_capture.h"
 #include "tests/support/messages.h"
@@ -27,21 +28,11 @@ using test::readAs;
 using ::testing::ElementsAre;
 using ::testing::IsEmpty;
 
-/// A list with id 0 of the one key A.
-SelectListProt listOfA() {
-  const NOXPBlob key("A");
-  return SelectListProt(&key);
-}
-
-const std::string kListOfA =
-    "4C  49 00 00 01 94  49 00 00 00 00"
-    "49 00 00 00 00  49 00 00 00 01  73 00 01 41 3B  49 00 00 00 00  3B";
 const std::string kNoList = "4C  49 00 00 01 94  49 00 00 00 00  49 FF FF FF FF  3B";
-const std::string kNull = "4C 49 00 00 00 01 3B";
 
 /// Reads a body as a Message that knows select lists.
 template <class Message>
-std::unique_ptr<Message> readBody(const std::string& hexBody) {
+std::unique_ptr<Message> readRequest(const std::string& hexBody) {
   test::Classes<Message, SelectListProt> factory;
   return readAs<Message>(framed(bytes(hexBody)), factory);
 }
@@ -81,7 +72,7 @@ TEST(SelectListFetchRequest, CutsItsSizeTo32Bits) {
   SelectListFetchRequestProt largest(3, 1, 4294967295u, false, nullptr);
   EXPECT_EQ(largest.getFetchSize(), 4294967295u);
   EXPECT_EQ(fieldsOf(largest)[2], "int fetchSize=-1");
-  const auto read = readBody<SelectListFetchRequestProt>(
+  const auto read = readRequest<SelectListFetchRequestProt>(
       "4C  49 00 00 00 E6  49 00 00 00 00"
       "49 00 00 00 03  49 00 00 00 01  49 FF FF FF FF  49 00 00 00 00" +
       kNoList + "3B");
@@ -96,7 +87,7 @@ TEST(SelectListFetchRequest, CutsItsSizeTo32Bits) {
 TEST(SelectListFetchRequest, TakesAnyOtherMarkThanOneForNoData) {
   for (const char* fetchData : {"49 00 00 00 02", "49 FF FF FF FF"}) {
     SCOPED_TRACE(fetchData);
-    const auto read = readBody<SelectListFetchRequestProt>(
+    const auto read = readRequest<SelectListFetchRequestProt>(
         "4C  49 00 00 00 E6  49 00 00 00 00  49 00 00 00 03  49 00 00 00 01  49 00 00 00 32" +
         std::string(fetchData) + kNoList + "3B");
     ASSERT_NE(read, nullptr);
@@ -153,14 +144,14 @@ TEST(SelectListRequests, SendNoListAsTheNullObjectAndReadItAsAnEmptyList) {
       "49 00 00 00 03  49 00 00 00 01  49 00 00 00 32  49 00 00 00 00" +
       kNull + "3B";
   EXPECT_BYTES(frameOf(fetch), framed(bytes(fetchBody)));
-  const auto readFetch = readBody<SelectListFetchRequestProt>(fetchBody);
+  const auto readFetch = readRequest<SelectListFetchRequestProt>(fetchBody);
   ASSERT_NE(readFetch, nullptr);
   EXPECT_EQ(readFetch->getModifiedSelectList()->getId(), -1);
 
   SelectListCommitRequestProt commit(nullptr);
   const std::string commitBody = "4C  49 00 00 00 E7  49 00 00 00 00" + kNull + "3B";
   EXPECT_BYTES(frameOf(commit), framed(bytes(commitBody)));
-  const auto readCommit = readBody<SelectListCommitRequestProt>(commitBody);
+  const auto readCommit = readRequest<SelectListCommitRequestProt>(commitBody);
   ASSERT_NE(readCommit, nullptr);
   EXPECT_EQ(readCommit->getModifiedSelectList()->getId(), -1);
 }
@@ -257,7 +248,7 @@ TEST(SelectListFetchResponse, HasNoListUntilItIsRead) {
   const std::string body = "4C  49 00 00 01 3A  49 00 00 00 00" + kNull + "3B";
   EXPECT_BYTES(frameOf(response), framed(bytes(body)));
   expectCopies(response);
-  const auto read = readBody<SelectListFetchResponseProt>(body);
+  const auto read = readRequest<SelectListFetchResponseProt>(body);
   ASSERT_NE(read, nullptr);
   ASSERT_NE(read->getSelectList(), nullptr);
   EXPECT_EQ(read->getSelectList()->getId(), -1);

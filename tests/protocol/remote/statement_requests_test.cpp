@@ -8,6 +8,7 @@
 #include <type_traits>
 #include <utility>
 
+#include "tests/protocol/remote/list_of_a.h"
 #include "tests/support/contents.h"
 #include "tests/support/log_capture.h"
 #include "tests/support/messages.h"
@@ -25,12 +26,6 @@ using test::framed;
 using test::logged;
 using test::readAs;
 using ::testing::ElementsAre;
-
-/// A list with id 0 of the one key A.
-SelectListProt listOfA() {
-  const NOXPBlob key("A");
-  return SelectListProt(&key);
-}
 
 /// Gives every text field the same text.
 class TextReader : public test::RecordingReader {

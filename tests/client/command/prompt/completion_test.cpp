@@ -9,7 +9,7 @@ using ::testing::ElementsAre;
 using ::testing::IsEmpty;
 using ::testing::Not;
 
-class Names : public NameSource {
+class KnownNames : public NameSource {
 public:
   std::vector<std::string> files() override { return {"ORDERS", "OTHERS", "PEOPLE"}; }
   std::vector<std::string> items(const std::string& file) override {
@@ -23,7 +23,7 @@ public:
 };
 
 Completion of(std::string_view text) {
-  Names names;
+  KnownNames names;
   return complete(text, names);
 }
 
