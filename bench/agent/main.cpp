@@ -1,13 +1,15 @@
 // How fast noxd answers, beside raw sockets, Redis and PostgreSQL in one run.
 //
 //   nox_agent_bench NOXD_PORT NOXD_TLS_PORT PASSWORD_FILE NOXD_PID RAW_PORT RAW_TLS_PORT REDIS_PORT
-//                   POSTGRES
+//                   POSTGRES [LINE...]
 //
-// is what run.sh calls once the servers are there; it prints the tables as Markdown. Contenders
-// take turns, round by round, and the medians of the rounds are what is compared.
+// is what run.sh calls once the servers are there; it prints the tables as Markdown: those of the
+// lines that are named, or all. Contenders take turns, round by round, and the medians of the
+// rounds are what is compared.
 #include <unistd.h>
 
 #include <algorithm>
+#include <array>
 #include <chrono>
 #include <cstdio>
 #include <cstdlib>
@@ -15,7 +17,9 @@
 #include <fstream>
 #include <iostream>
 #include <stdexcept>
+#include <string_view>
 #include <thread>
+#include <utility>
 
 #include "bench/agent/operation.h"
 
@@ -24,6 +28,7 @@ namespace {
 using Clock = std::chrono::steady_clock;
 
 constexpr int kRounds = 9;
+constexpr int kTimes = 5000;  // operations in a round of latencies
 
 double median(std::vector<double> values) {
   std::sort(values.begin(), values.end());
@@ -77,7 +82,7 @@ std::vector<std::unique_ptr<Operation>> connect(const Contender& contender, int 
   return operations;
 }
 
-/// One table: a line per contender, compared with the first.
+/// One table: a row per contender, compared with the first.
 void compareLatency(const char* title, const std::vector<Contender>& contenders, int times) {
   std::vector<std::unique_ptr<Operation>> operations;
   for (const Contender& contender : contenders) operations.push_back(contender.connect());
@@ -129,9 +134,9 @@ double kibibytes(const std::string& file, const std::string& field) {
   throw std::runtime_error("no " + field + " in " + file);
 }
 
-void restingConnections(const Servers& servers, const std::string& pid) {
+void restingConnections(const Servers& servers) {
   constexpr int kConnections = 400;
-  const std::string file = "/proc/" + pid + "/smaps_rollup";
+  const std::string file = "/proc/" + servers.noxdPid + "/smaps_rollup";
   // The first ones warm what is shared.
   const auto warm = connect(noxdRead(servers), 20);
   for (const auto& operation : warm) operation->run();
@@ -153,6 +158,65 @@ std::string fileContent(const std::string& name) {
   return text;
 }
 
+void echoes(const Servers& servers) {
+  compareLatency("Echo of 64 bytes, one connection",
+                 {rawEcho(servers), noxdEcho(servers), redisGet(servers), postgresEcho(servers)},
+                 kTimes);
+  compareThroughput("Echo of 64 bytes, 8 connections",
+                    {rawEcho(servers), noxdEcho(servers), redisGet(servers), postgresEcho(servers)},
+                    8, 0.5);
+}
+
+void tlsEchoes(const Servers& servers) {
+  compareLatency("Echo of 64 bytes over TLS, one connection",
+                 {rawTlsEcho(servers), noxdTlsEcho(servers)}, kTimes);
+}
+
+void reads(const Servers& servers) {
+  auto echo = noxdEcho(servers);
+  echo.name = "noxd, echo of 64 bytes";
+  const auto perSecond =
+      compareThroughput("A record of 200 bytes by its key, one connection",
+                        {postgresRead(servers), noxdRead(servers), echo}, 1, 0.5);
+  std::printf("\nnoxd reads at %.0f %% of its own echo rate.\n", 100 * perSecond[1] / perSecond[2]);
+}
+
+void writes(const Servers& servers) {
+  const auto one = compareThroughput("Writing a record of 200 bytes durably, one writer",
+                                     {postgresWrite(servers), noxdWrite(servers)}, 1, 1, 5);
+  const auto eight = compareThroughput("The same, 8 writers",
+                                       {postgresWrite(servers), noxdWrite(servers)}, 8, 1, 5);
+  std::printf("\n8 writers reach %.1f times one writer (PostgreSQL: %.1f).\n", eight[1] / one[1],
+              eight[0] / one[0]);
+}
+
+void rows(const Servers& servers) {
+  const std::string status = "/proc/" + servers.noxdPid + "/status";
+  const double before = kibibytes(status, "VmRSS");
+  compareThroughput("Fetching 1,000,000 rows of 8 short columns",
+                    {postgresRows(servers), noxdRows(servers)}, 1, 0.1, 5);
+  std::printf("\nThe agent grew by %.0f KiB while it sent them.\n",
+              kibibytes(status, "VmRSS") - before);
+}
+
+/// What is measured, by the names that the command line takes.
+constexpr std::array<std::pair<std::string_view, void (*)(const Servers&)>, 6> kLines{{
+    {"echo", echoes},
+    {"tls", tlsEchoes},
+    {"read", reads},
+    {"write", writes},
+    {"rows", rows},
+    {"memory", restingConnections},
+}};
+
+void requireLine(std::string_view name) {
+  for (const auto& line : kLines) {
+    if (line.first == name) return;
+  }
+  throw std::runtime_error("there is no line \"" + std::string(name) +
+                           "\": echo, tls, read, write, rows or memory");
+}
+
 std::uint16_t port(const char* text) { return static_cast<std::uint16_t>(std::atoi(text)); }
 
 }  // namespace
@@ -169,46 +233,29 @@ std::string recordBody(int i) {
 }
 
 int main(int argc, char** argv) try {
-  if (argc != 9) throw std::runtime_error("run me through run.sh");
+  constexpr int kServerArguments = 8;
+  if (argc <= kServerArguments) throw std::runtime_error("run me through run.sh");
   Servers servers;
   servers.noxdPort = port(argv[1]);
   servers.noxdTlsPort = port(argv[2]);
   servers.noxdPassword = fileContent(argv[3]);
-  const std::string noxdPid = argv[4];
+  servers.noxdPid = argv[4];
   servers.rawPort = port(argv[5]);
   servers.rawTlsPort = port(argv[6]);
   servers.redisPort = port(argv[7]);
   servers.postgres = argv[8];
+  const std::vector<std::string_view> wanted(argv + 1 + kServerArguments, argv + argc);
+  for (const std::string_view name : wanted) requireLine(name);
 
   fillRedis(servers);
   fillPostgres(servers);
   fillNoxd(servers);
 
-  constexpr int kTimes = 5000;
-  compareLatency("Echo of 64 bytes, one connection",
-                 {rawEcho(servers), noxdEcho(servers), redisGet(servers), postgresEcho(servers)},
-                 kTimes);
-  compareLatency("Echo of 64 bytes over TLS, one connection",
-                 {rawTlsEcho(servers), noxdTlsEcho(servers)}, kTimes);
-  compareThroughput("Echo of 64 bytes, 8 connections",
-                    {rawEcho(servers), noxdEcho(servers), redisGet(servers), postgresEcho(servers)},
-                    8, 0.5);
-  auto echo = noxdEcho(servers);
-  echo.name = "noxd, echo of 64 bytes";
-  compareThroughput("A record of 200 bytes by its key, one connection",
-                    {postgresRead(servers), noxdRead(servers), echo}, 1, 0.5);
-  const auto one = compareThroughput("Writing a record of 200 bytes durably, one writer",
-                                     {postgresWrite(servers), noxdWrite(servers)}, 1, 1, 5);
-  const auto eight = compareThroughput("The same, 8 writers",
-                                       {postgresWrite(servers), noxdWrite(servers)}, 8, 1, 5);
-  std::printf("\n8 writers reach %.1f times one writer (PostgreSQL: %.1f).\n", eight[1] / one[1],
-              eight[0] / one[0]);
-  const double rssBefore = kibibytes("/proc/" + noxdPid + "/status", "VmRSS");
-  compareThroughput("Fetching 1,000,000 rows of 8 short columns",
-                    {postgresRows(servers), noxdRows(servers)}, 1, 0.1, 5);
-  std::printf("\nThe agent grew by %.0f KiB while it sent them.\n",
-              kibibytes("/proc/" + noxdPid + "/status", "VmRSS") - rssBefore);
-  restingConnections(servers, noxdPid);
+  for (const auto& [name, measure] : kLines) {
+    if (wanted.empty() || std::find(wanted.begin(), wanted.end(), name) != wanted.end()) {
+      measure(servers);
+    }
+  }
 } catch (const std::exception& error) {
   std::cerr << "nox_agent_bench: " << error.what() << "\n";
   return 1;

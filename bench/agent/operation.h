@@ -26,6 +26,7 @@ struct Servers {
   std::uint16_t noxdPort = 0;
   std::uint16_t noxdTlsPort = 0;
   std::string noxdPassword;
+  std::string noxdPid;
   std::uint16_t redisPort = 0;
   std::string postgres;  // a libpq connection string
   std::uint16_t rawPort = 0;

@@ -1,10 +1,12 @@
 #!/usr/bin/env bash
-# Measures noxd beside raw sockets, Redis and PostgreSQL: bench/agent/run.sh BUILD_DIR
-# Starts all of them on free ports of this machine with fresh data, prints tables as Markdown, keeps
-# them in BUILD_DIR/agent-bench.md, and ends what it started.
+# Measures noxd beside raw sockets, Redis and PostgreSQL: bench/agent/run.sh BUILD_DIR [LINE...]
+# Starts all of them on free ports of this machine with fresh data, prints tables as Markdown (of the
+# lines that are named: echo, tls, read, write, rows, memory; else of all), keeps them in
+# BUILD_DIR/agent-bench.md, and ends what it started.
 set -euo pipefail
 
 build=$(cd "$1" && pwd)
+shift
 work=$(mktemp -d)
 started=()
 
@@ -94,4 +96,4 @@ postgres="host=127.0.0.1 port=$postgres_port user=bench dbname=postgres"
 wait_for PostgreSQL "$pg/pg_isready" -d "$postgres"
 
 "$build/bin/nox_agent_bench" "$noxd_port" "$noxd_tls_port" "$work/password" "$noxd" \
-  "$raw_port" "$raw_tls_port" "$redis_port" "$postgres" | tee "$build/agent-bench.md"
+  "$raw_port" "$raw_tls_port" "$redis_port" "$postgres" "$@" | tee "$build/agent-bench.md"
