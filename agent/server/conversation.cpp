@@ -287,7 +287,10 @@ SessionInfo Conversation::describe() const {
 /// until the next thing is due. False when the conversation is over.
 bool Conversation::rest() {
   if (!state_.serving() || interrupted_.load(std::memory_order_relaxed)) return false;
-  if (!std::exchange(resting_, true)) wire_.rest();
+  if (!std::exchange(resting_, true)) {
+    wire_.rest();
+    session_.store().rest();
+  }
   const Clock::time_point now = Clock::now();
   auto due = session_.nextExpiry();
   if (due && *due <= now) {

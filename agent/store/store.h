@@ -198,6 +198,8 @@ public:
   /// Ends what runs now and refuses what comes before the next `setDeadline`; from another thread.
   /// Open transactions can still be committed or rolled back.
   virtual void interrupt() = 0;
+  /// Nothing is asked for a while: gives up what is kept to answer faster.
+  virtual void rest() noexcept = 0;
 
   // Files. Changes of files are part of an open transaction.
   virtual bool hasFile(const std::string& file) = 0;

@@ -49,11 +49,17 @@ public:
   ConnectionPool(const ConnectionPool&) = delete;
   ConnectionPool& operator=(const ConnectionPool&) = delete;
 
-  /// For a session whose work `control` ends; it outlives the lease.
+  /// For a session whose work `control` ends; it outlives the lease. What it reads is what has been
+  /// committed before.
   ConnectionLease borrow(const RunControl* control);
+  /// A connection that is not lent. It ends before the pool.
+  std::unique_ptr<SqliteConnection> open();
+  /// Ends the snapshots that connections without a user keep.
+  void endSnapshots() noexcept;
   const ConnectionOptions& options() const { return options_; }
 
   std::size_t idle() const;
+  std::size_t snapshots() const;
   std::size_t borrowed() const;
 
 private:

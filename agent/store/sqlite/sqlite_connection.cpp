@@ -7,6 +7,7 @@
 
 #include <sqlite3.h>
 
+#include "agent/store/sqlite/connection_pool.h"
 #include "agent/store/sqlite/sqlite_error.h"
 
 namespace nox::agent {
@@ -17,6 +18,7 @@ constexpr int kProgressSteps = 1000;  // of the engine's machine, between two lo
 constexpr std::chrono::seconds kReaderPatience{5};  // readers wait for a recovery at most
 constexpr std::size_t kMostKeptFiles = 64;
 constexpr int kMostClientBytes = 64 * 1024 * 1024;  // in one value or row that a client's SQL makes
+constexpr int kLongLog = 1000;  // pages, from which on a commit carries them into the database
 
 // Cached pages are dropped as a whole when another connection has committed, so that a bigger cache
 // would seldom be filled. The log of changes is cut to its usual size after a large transaction.
@@ -62,15 +64,22 @@ void SqliteConnection::CloseDatabase::operator()(sqlite3* db) const noexcept {
   sqlite3_close_v2(db);
 }
 
-SqliteConnection::SqliteConnection(const ConnectionOptions& options) {
+std::unique_ptr<sqlite3, SqliteConnection::CloseDatabase> SqliteConnection::open(
+    const std::string& file) {
   configureOnce();
-  sqlite3* db = nullptr;
+  sqlite3* opened = nullptr;
   const int code =
-      sqlite3_open_v2(options.file.c_str(), &db,
+      sqlite3_open_v2(file.c_str(), &opened,
                       SQLITE_OPEN_READWRITE | SQLITE_OPEN_NOMUTEX | SQLITE_OPEN_EXRESCODE, nullptr);
-  db_.reset(db);  // there is one to close even when it could not be opened
-  if (code != SQLITE_OK) throw storeError(db, code, options.file);
+  // There is one to close even when it could not be opened.
+  std::unique_ptr<sqlite3, CloseDatabase> db(opened);
+  if (code != SQLITE_OK) throw storeError(opened, code, file);
+  return db;
+}
 
+SqliteConnection::SqliteConnection(const ConnectionOptions& options, ConnectionPool* pool)
+    : db_(open(options.file)), snapshot_(db_.get()), pool_(pool) {
+  sqlite3* const db = handle();
   sqlite3_busy_timeout(db, static_cast<int>(std::chrono::milliseconds(kReaderPatience).count()));
   setting(db, SQLITE_DBCONFIG_DEFENSIVE, 1);
   setting(db, SQLITE_DBCONFIG_TRUSTED_SCHEMA, 0);
@@ -94,9 +103,20 @@ SqliteConnection::SqliteConnection(const ConnectionOptions& options) {
   // Last: the settings above are not a client's.
   sqlite3_progress_handler(db, kProgressSteps, &SqliteConnection::onProgress, this);
   sqlite3_set_authorizer(db, &SqliteConnection::onAuthorize, this);
+  sqlite3_wal_hook(db, &SqliteConnection::onCommitted, this);
 }
 
 SqliteConnection::~SqliteConnection() = default;
+
+/// Carries a log that has grown into the database, as the engine does by itself; what connections
+/// at rest keep would hold it up. What fails here is done by a later commit.
+int SqliteConnection::onCommitted(void* self, sqlite3* db, const char* database, int pages) {
+  if (pages < kLongLog) return SQLITE_OK;
+  ConnectionPool* const pool = static_cast<SqliteConnection*>(self)->pool_;
+  if (pool != nullptr) pool->endSnapshots();
+  sqlite3_wal_checkpoint_v2(db, database, SQLITE_CHECKPOINT_PASSIVE, nullptr, nullptr);
+  return SQLITE_OK;
+}
 
 int SqliteConnection::onProgress(void* self) {
   const RunControl* control = static_cast<SqliteConnection*>(self)->control_;
@@ -239,6 +259,9 @@ void SqliteConnection::forgetFiles() noexcept {
 
 void SqliteConnection::beginWriting(std::chrono::milliseconds wait) {
   using std::chrono::milliseconds;
+  snapshot_.end();
+  // A log that is in the database as a whole is begun anew, unless somebody reads it.
+  if (pool_ != nullptr) pool_->endSnapshots();
   const auto most = milliseconds(std::numeric_limits<int>::max());
   sqlite3_busy_timeout(handle(), static_cast<int>(std::min(wait, most).count()));
   try {

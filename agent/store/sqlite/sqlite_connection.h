@@ -14,6 +14,7 @@
 #include <utility>
 
 #include "agent/names.h"
+#include "agent/store/sqlite/read_snapshot.h"
 #include "agent/store/sqlite/run_control.h"
 #include "agent/store/sqlite/sqlite_statement.h"
 #include "agent/store/store.h"
@@ -53,7 +54,8 @@ enum class RecordAction { Read, Exists, Write, WriteNew, Remove };
 /// Used by one thread at a time. Errors are thrown as StoreError.
 class SqliteConnection {
 public:
-  explicit SqliteConnection(const ConnectionOptions& options);
+  /// `pool`: the one that keeps other connections to the same database, if there is one.
+  explicit SqliteConnection(const ConnectionOptions& options, ConnectionPool* pool = nullptr);
   ~SqliteConnection();
   SqliteConnection(const SqliteConnection&) = delete;
   SqliteConnection& operator=(const SqliteConnection&) = delete;
@@ -93,6 +95,9 @@ public:
   }
   /// Files were made or deleted in the open transaction.
   void noteFilesChanged() { filesChanged_ = true; }
+
+  /// The state that reads outside a transaction see; ends when one begins.
+  ReadSnapshot& snapshot() { return snapshot_; }
 
   // Transactions of the engine.
   /// BEGIN IMMEDIATE. Writers of other processes are waited for up to `wait`.
@@ -172,6 +177,7 @@ private:
   struct CloseDatabase {
     void operator()(sqlite3* db) const noexcept;
   };
+  static std::unique_ptr<sqlite3, CloseDatabase> open(const std::string& file);
   /// What is kept for one file; the statements by part and action.
   struct KeptFile {
     std::string name;
@@ -186,10 +192,12 @@ private:
   /// Whether the kept file is no longer the one of that name; it is forgotten then.
   bool isOutOfDate(const FilePart& file);
   static int onProgress(void* self);
+  static int onCommitted(void* self, sqlite3* db, const char* database, int pages);
   static int onAuthorize(void* self, int action, const char* first, const char* second,
                          const char* database, const char* trigger);
 
   std::unique_ptr<sqlite3, CloseDatabase> db_;
+  ReadSnapshot snapshot_;
   const RunControl* control_ = nullptr;
   std::unordered_map<const char*, Statement> keptStatements_;
   KeptFiles keptFiles_;  // the last used first
@@ -201,8 +209,8 @@ private:
   bool inBranch_ = false;
   bool isTableInfoExpected_ = false;
 
-  // Of the pool and its leases.
-  ConnectionPool* pool_ = nullptr;
+  ConnectionPool* const pool_;  // null: one that stands alone
+  // Of the leases.
   std::size_t uses_ = 0;
 };
 

@@ -13,7 +13,10 @@ namespace nox::agent {
 
 SqliteSession::SqliteSession(SqliteStore& store) : store_(store) {}
 
-SqliteSession::~SqliteSession() { endTransaction(); }
+SqliteSession::~SqliteSession() {
+  endTransaction();
+  SqliteSession::rest();
+}
 
 void SqliteSession::setDeadline(std::optional<std::chrono::steady_clock::time_point> deadline) {
   control_.deadline = deadline;
@@ -24,6 +27,8 @@ void SqliteSession::interrupt() {
   control_.interrupted = true;
   store_.writerPlace().wake(control_);
 }
+
+void SqliteSession::rest() noexcept { store_.connections().endSnapshots(); }
 
 void SqliteSession::requireRunning() const {
   if (control_.interrupted) {
@@ -164,8 +169,15 @@ std::uint64_t SqliteSession::clear(const FilePart& file) {
 
 // Records.
 
+template <class Use>
+bool SqliteSession::lookUp(const FilePart& file, RecordAction action, Use use) {
+  const ConnectionLease connection = readConnection();
+  if (!writing_) connection->snapshot().keep();
+  return connection->onRecord(file, action, use);
+}
+
 bool SqliteSession::read(const FilePart& file, std::string_view id, NOXPBlob& body) {
-  return readConnection()->onRecord(file, RecordAction::Read, [&](Statement& statement) {
+  return lookUp(file, RecordAction::Read, [&](Statement& statement) {
     statement.bindText(0, id);
     if (!statement.step()) return false;
     const std::string_view bytes = statement.bytes(0);
@@ -176,7 +188,7 @@ bool SqliteSession::read(const FilePart& file, std::string_view id, NOXPBlob& bo
 }
 
 bool SqliteSession::exists(const FilePart& file, std::string_view id) {
-  return readConnection()->onRecord(file, RecordAction::Exists, [&](Statement& statement) {
+  return lookUp(file, RecordAction::Exists, [&](Statement& statement) {
     statement.bindText(0, id);
     return statement.step();
   });

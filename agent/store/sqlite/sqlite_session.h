@@ -30,6 +30,7 @@ public:
   void setWait(std::chrono::milliseconds wait) override { wait_ = wait; }
   void setDeadline(std::optional<std::chrono::steady_clock::time_point> deadline) override;
   void interrupt() override;
+  void rest() noexcept override;
 
   bool hasFile(const std::string& file) override;
   bool createFile(const std::string& file) override;
@@ -107,6 +108,10 @@ private:
   enum class Mark { None, BeforeWriting, Savepoint };
   friend class ScanCursor;
 
+  /// Runs `use(statement)` for one record, whose reader is expected to come again: it leaves a
+  /// snapshot behind.
+  template <class Use>
+  bool lookUp(const FilePart& file, RecordAction action, Use use);
   /// Throws Interrupted after `interrupt`, RolledBack where the open transaction is lost.
   void requireRunning() const;
   void requireTransaction() const;

@@ -27,7 +27,7 @@ SqliteStore::SqliteStore(std::string account, const ConnectionOptions& options)
     : account_(std::move(account)),
       connections_(options),
       place_([this](const std::vector<WriterPlace::Change*>& changes) { makeChanges(changes); }),
-      writer_(std::make_unique<SqliteConnection>(options)) {
+      writer_(connections_.open()) {
   requireLayout(*writer_, account_);
 }
 
@@ -57,7 +57,7 @@ StoreStatistics SqliteStore::statistics() {
 
 SqliteConnection& SqliteStore::branchConnection() {
   if (!branches_) {
-    branches_ = std::make_unique<SqliteConnection>(connections_.options());
+    branches_ = connections_.open();
     branches_->disableTriggers();
   }
   return *branches_;

@@ -10,6 +10,7 @@
 #include <vector>
 
 #include "agent/session/reply.h"
+#include "agent/store/sqlite/sqlite_store.h"
 #include "tests/agent/server/scripted_transport.h"
 #include "tests/agent/support/agent_in_process.h"
 #include "tests/support/frames.h"
@@ -35,8 +36,9 @@ void answer(Reply& reply) { reply.send(EchoResponseProt(new NOXPBlob("abc", 3)))
 
 class ConnectionTest : public testing::Test {
 protected:
-  /// What a client that sends `input` and then closes reads.
-  std::string serve(const std::string& input, const Peer& peer = kNear, bool tls = false) {
+  /// What a client reads that sends `input`, with `later` after a pause, and then closes.
+  std::string serve(const std::string& input, const Peer& peer = kNear, bool tls = false,
+                    const std::string& later = {}) {
     if (!agent) agent = std::make_unique<AgentInProcess>(change);
     agent->agent().users.add("ann", "x");
     agent->agent().users.grant("ann", "MAIN", Right::Admin);
@@ -44,6 +46,7 @@ protected:
     auto transport = std::make_unique<ScriptedTransport>();
     ScriptedTransport& client = *transport;
     client.bytes(input);
+    if (!later.empty()) client.tick().bytes(later);
     Connection connection(state, std::move(transport), peer, tls);
     connection.serve();
     return client.sent();
@@ -51,8 +54,8 @@ protected:
 
   /// The same after a login, as what the replies are: "OK", "echo", or an error.
   std::vector<std::string> repliesTo(const std::string& input, const Peer& peer = kNear,
-                                     bool tls = false) {
-    const std::string sent = serve(input, peer, tls);
+                                     bool tls = false, const std::string& later = {}) {
+    const std::string sent = serve(input, peer, tls, later);
     ClientObjectFactory factory;
     MemoryBufferInputStream in(sent.data(), sent.size());
     std::vector<std::string> replies;
@@ -202,6 +205,22 @@ TEST_F(ConnectionTest, CompressesRepliesAsTheSessionWishes) {
   EXPECT_EQ(plain.find("GZIP"), std::string::npos);
   const std::string both = serve(login() + echo() + echo());
   EXPECT_NE(both.find("[GZIP"), std::string::npos);
+}
+
+TEST_F(ConnectionTest, KeepsNoSnapshotOfTheStoreWhileItsClientRests) {
+  onEcho([](Session& session, EchoRequestProt&, Reply&) {
+    auto& store = dynamic_cast<SqliteStore&>(session.agent().stores.open("MAIN"));
+    const std::size_t kept = store.connections().snapshots();
+    const FilePart file{"F", Part::Data};
+    if (!session.store().hasFile(file.file)) session.store().createFile(file.file);
+    session.store().exists(file, "1");
+    throw Failure("IE", "000", "kept " + std::to_string(kept));
+  });
+  repliesTo(login() + echo() + echo(), kNear, false, echo());
+  ASSERT_EQ(texts.size(), 4u);
+  EXPECT_NE(texts[1].find("kept 0"), std::string::npos);
+  EXPECT_NE(texts[2].find("kept 1"), std::string::npos);
+  EXPECT_NE(texts[3].find("kept 0"), std::string::npos);
 }
 
 TEST_F(ConnectionTest, ToldWhyItIsNotServedSaysSo) {

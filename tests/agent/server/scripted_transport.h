@@ -69,6 +69,9 @@ public:
   const std::string& sent() const { return sent_; }
 
 private:
+  /// What comes next needs no wait.
+  bool hasBuffered() const override { return true; }
+
   std::deque<std::string> steps_;
   std::string repeated_;
   bool endless_ = false;

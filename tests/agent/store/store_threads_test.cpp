@@ -46,6 +46,29 @@ protected:
   std::vector<std::thread> threads;
 };
 
+TEST_F(StoreThreads, WhatIsAcknowledgedIsSeenByReadsThatBeginLater) {
+  constexpr int kWrites = 500;
+  newSession()->write(kFile, "1", "0");
+  std::atomic<int> acknowledged{0};
+  std::atomic<int> stale{0};
+  for (int i = 0; i < 3; ++i) {
+    start([&](StoreSession& session) {
+      for (int known = 0; known < kWrites;) {
+        known = acknowledged;
+        if (std::stoi(read(session, "1").value_or("-1")) < known) ++stale;
+      }
+    });
+  }
+  start([&](StoreSession& session) {
+    for (int i = 1; i <= kWrites; ++i) {
+      session.write(kFile, "1", std::to_string(i));
+      acknowledged = i;
+    }
+  });
+  joinAll();
+  EXPECT_EQ(stale, 0);
+}
+
 TEST_F(StoreThreads, ChangesThatWaitShareACommitAndKeepTheirOwnResults) {
   const auto holder = newSession();
   holder->write(kFile, "there", "x");
