@@ -142,10 +142,10 @@ private:
 class Write : public Operation {
 public:
   Write(std::uint16_t port, const std::string& password, int writer)
-      : link_(port, password), next_(writer * 1000) {}
+      : link_(port, password), next_(writer * 1000), body_(writer * kMostWrites) {}
   std::uint64_t run() override {
     const std::string id = recordId(next_++ % kRecords);
-    remote::WriteRecordRequestProt request(0, "BENCH", id.c_str(), recordBody(next_).c_str());
+    remote::WriteRecordRequestProt request(0, "BENCH", id.c_str(), recordBody(body_++).c_str());
     if (link_.ask<remote::ToviResponseProt>(request)->getStatus() != 0) {
       throw std::runtime_error("noxd: not written");
     }
@@ -155,6 +155,7 @@ public:
 private:
   PlainLink link_;
   int next_;
+  int body_;
 };
 
 class Rows : public Operation {

@@ -19,6 +19,7 @@ public:
 struct Contender {
   std::string name;
   std::function<std::unique_ptr<Operation>()> connect;
+  int connections = 1;  // at work at the same time, where throughput is measured
 };
 
 /// Where the servers are that bench/agent/run.sh has started.
@@ -36,6 +37,8 @@ struct Servers {
 constexpr std::size_t kEchoBytes = 64;
 constexpr std::size_t kRecordBytes = 200;
 constexpr int kRecords = 10'000;
+// Of one writer. No two write the same body: what is there already needs not be written.
+constexpr int kMostWrites = 10'000'000;
 constexpr int kRows = 1'000'000;
 constexpr int kRowColumns = 8;
 

@@ -74,18 +74,20 @@ private:
 
 class Write : public Postgres {
 public:
-  Write(const std::string& where, int writer) : Postgres(where), next_(writer * 1000) {
+  Write(const std::string& where, int writer)
+      : Postgres(where), next_(writer * 1000), body_(writer * kMostWrites) {
     prepare("INSERT INTO records VALUES ($1, $2) ON CONFLICT (id) DO UPDATE SET body = $2");
   }
   std::uint64_t run() override {
     const std::string id = recordId(next_++ % kRecords);
-    const std::string body = recordBody(next_);
+    const std::string body = recordBody(body_++);
     execute<2>({id.c_str(), body.c_str()}, PGRES_COMMAND_OK);
     return 1;
   }
 
 private:
   int next_;
+  int body_;
 };
 
 class Rows : public Postgres {
