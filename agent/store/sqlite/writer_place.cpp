@@ -1,6 +1,11 @@
 #include "agent/store/sqlite/writer_place.h"
 
+#include <semaphore.h>
+
 #include <algorithm>
+#include <atomic>
+#include <cerrno>
+#include <ctime>
 
 #include "agent/store/store.h"
 
@@ -10,10 +15,9 @@ namespace {
 
 constexpr std::size_t kMostTogether = 256;  // changes in one commit
 
-// How long the first of a group waits for those who were there a moment ago, as a part of what the
-// group takes: they come back when their clients have read the last answers, and one that comes
-// just too late waits for two commits instead of one.
-constexpr int kPartToGather = 4;
+// The first of a group waits for those who were there a moment ago, at most for as long as a group
+// takes: they come back when their clients have read the last answers, and one that comes just too
+// late waits for two commits instead of one.
 constexpr std::chrono::milliseconds kLongestGathering{2};
 
 // Waits beyond this are as good as endless, and the sum with the time of day does not overflow.
@@ -21,28 +25,67 @@ constexpr std::chrono::hours kLongestWait{24 * 365};
 
 }  // namespace
 
+/// Wakes the one who sleeps on it, once. There is no lock that the one who wakes up would have to
+/// wait for, and it may go as soon as it was woken.
+class WriterPlace::Alarm {
+public:
+  Alarm() { sem_init(&raised_, 0, 0); }
+  ~Alarm() { sem_destroy(&raised_); }
+  Alarm(const Alarm&) = delete;
+  Alarm& operator=(const Alarm&) = delete;
+
+  void raise() { sem_post(&raised_); }
+  void sleep() {
+    while (sem_wait(&raised_) != 0) {
+    }
+  }
+  /// False when the time came first.
+  bool sleepUntil(Clock::time_point end) {
+    const auto time = std::max(end.time_since_epoch(), Clock::duration::zero());
+    const auto seconds = std::chrono::duration_cast<std::chrono::seconds>(time);
+    timespec until{};
+    until.tv_sec = seconds.count();
+    until.tv_nsec = std::chrono::nanoseconds(time - seconds).count();
+    while (sem_clockwait(&raised_, CLOCK_MONOTONIC, &until) != 0) {
+      if (errno == ETIMEDOUT) return false;
+    }
+    return true;
+  }
+
+private:
+  sem_t raised_{};
+};
+
+/// Lies on the stack of the one who waits. Whoever takes it out of the line, or its change into a
+/// group, raises its alarm once, and does not touch it afterwards.
 struct WriterPlace::Waiter {
   enum class Turn {
     Waiting,
-    HasPlace,
-    IsServed,  // somebody else makes the change
-    Done
+    IsServed,     // somebody else makes the change
+    Done,         // its change was made
+    HasPlace,     // the place is its own
+    Interrupted,  // it waits no longer
   };
 
   Waiter(Change* itsChange, const RunControl* itsControl)
       : change(itsChange), control(itsControl), since(Clock::now()) {}
 
+  void wake(Turn itsTurn) {
+    turn.store(itsTurn, std::memory_order_release);
+    alarm.raise();
+  }
+
   Change* const change;  // null: wants the place for itself
   const RunControl* const control;
   const Clock::time_point since;
-  Turn turn = Turn::Waiting;
-  std::condition_variable signal;
+  std::atomic<Turn> turn{Turn::Waiting};
+  Waiter* nextServed = nullptr;
+  Alarm alarm;
 };
 
 WriterPlace::WriterPlace(MakeChanges makeChanges) : makeChanges_(std::move(makeChanges)) {
-  // Neither grows later: nothing that has the place fails for want of memory.
+  // It does not grow later: nothing that has the place fails for want of memory.
   together_.reserve(kMostTogether);
-  served_.reserve(kMostTogether);
 }
 
 WriterPlace::Hold WriterPlace::take(const Patience& patience) {
@@ -57,112 +100,153 @@ WriterPlace::Hold WriterPlace::take(const Patience& patience) {
 }
 
 void WriterPlace::make(Change& change, const Patience& patience) {
-  {
-    std::unique_lock<std::mutex> lock(mutex_);
-    if (!taken_) {
-      taken_ = true;
-      lead(lock, change);
-    } else {
-      Waiter waiter(&change, patience.control);
-      await(lock, waiter, patience);
-      if (waiter.turn == Waiter::Turn::HasPlace) lead(lock, change);
-    }
-  }
+  makeTogether(change, patience);
   if (change.error) std::rethrow_exception(change.error);
 }
 
-void WriterPlace::await(std::unique_lock<std::mutex>& lock, Waiter& waiter,
+void WriterPlace::makeTogether(Change& change, const Patience& patience) {
+  std::unique_lock<std::mutex> lock(mutex_);
+  if (gathering_ != nullptr && changesInLine_ + 2 >= expected_) {
+    // This is the last one of those who were expected. It is awake, so it leads.
+    return lead(lock, change, std::exchange(gathering_, nullptr));
+  }
+  Waiter waiter(&change, patience.control);
+  if (!taken_) {
+    taken_ = true;
+  } else {
+    if (!await(lock, waiter, patience)) return;
+    lock.lock();
+  }
+  if (gather(lock, waiter)) lead(lock, change, nullptr);
+}
+
+bool WriterPlace::await(std::unique_lock<std::mutex>& lock, Waiter& waiter,
                         const Patience& patience) {
+  using Turn = Waiter::Turn;
   const RunControl* control = patience.control;
   const Clock::time_point enough =
       waiter.since + std::min<std::chrono::milliseconds>(patience.wait, kLongestWait);
   const bool deadlineIsFirst =
       control != nullptr && control->deadline && *control->deadline < enough;
-  const Clock::time_point end = deadlineIsFirst ? *control->deadline : enough;
+  if (control != nullptr && control->interrupted) throwInterrupted();
 
   line_.push_back(&waiter);
-  if (waiter.change != nullptr && ++changesInLine_ + 1 >= expected_ && isGathering_) {
-    gathered_.notify_one();
-  }
-  while (waiter.turn == Waiter::Turn::Waiting) {
-    const bool isInterrupted = control != nullptr && control->interrupted;
-    if (isInterrupted || Clock::now() >= end) {
-      line_.remove(&waiter);
-      if (waiter.change != nullptr) --changesInLine_;
-      waited_ += Clock::now() - waiter.since;
-      if (isInterrupted || deadlineIsFirst) {
-        throw StoreError(StoreError::Kind::Interrupted, "the wait for another writer was ended");
-      }
+  if (waiter.change != nullptr) ++changesInLine_;
+  lock.unlock();
+  if (!waiter.alarm.sleepUntil(deadlineIsFirst ? *control->deadline : enough)) {
+    lock.lock();
+    if (waiter.turn.load(std::memory_order_relaxed) == Turn::Waiting) {
+      remove(waiter);
+      if (deadlineIsFirst) throwInterrupted();
       throw StoreError(StoreError::Kind::Busy, "another writer keeps the store busy");
     }
-    waiter.signal.wait_until(lock, end);
+    lock.unlock();
+    // Its turn has just come, or its change is being made and has an outcome, for which it waits.
+    waiter.alarm.sleep();
   }
-  // Its change is being made: from here on it has an outcome, for which it waits.
-  while (waiter.turn == Waiter::Turn::IsServed) waiter.signal.wait(lock);
+  const Turn turn = waiter.turn.load(std::memory_order_acquire);
+  if (turn == Turn::Interrupted) throwInterrupted();
+  return turn == Turn::HasPlace;
 }
 
-void WriterPlace::lead(std::unique_lock<std::mutex>& lock, Change& own) {
-  if (changesInLine_ + 1 < expected_) {
-    isGathering_ = true;
-    gathered_.wait_for(lock,
-                       std::min<Clock::duration>(lastDuration_ / kPartToGather, kLongestGathering),
-                       [this] { return changesInLine_ + 1 >= expected_; });
-    isGathering_ = false;
-  }
+void WriterPlace::throwInterrupted() {
+  throw StoreError(StoreError::Kind::Interrupted, "the wait for another writer was ended");
+}
 
+void WriterPlace::remove(Waiter& waiter) {
+  line_.erase(std::find(line_.begin(), line_.end(), &waiter));
+  left(waiter, Clock::now());
+}
+
+void WriterPlace::left(const Waiter& waiter, Clock::time_point now) {
+  if (waiter.change != nullptr) --changesInLine_;
+  waited_ += now - waiter.since;
+}
+
+bool WriterPlace::gather(std::unique_lock<std::mutex>& lock, Waiter& waiter) {
+  if (changesInLine_ + 1 >= expected_ || !isWorthWaiting_) return true;
+  const auto time = std::min<Clock::duration>(lastDuration_, kLongestGathering);
+  gathering_ = &waiter;
+  lock.unlock();
+  if (!waiter.alarm.sleepUntil(Clock::now() + time)) {
+    lock.lock();
+    if (gathering_ == &waiter) {
+      gathering_ = nullptr;
+      return true;
+    }
+    lock.unlock();
+    waiter.alarm.sleep();
+  }
+  return waiter.turn.load(std::memory_order_acquire) != Waiter::Turn::Done;
+}
+
+void WriterPlace::lead(std::unique_lock<std::mutex>& lock, Change& own, Waiter* gathered) {
   const Clock::time_point start = Clock::now();
   together_.assign(1, &own);
-  served_.clear();
-  for (auto at = line_.begin(); at != line_.end() && together_.size() < kMostTogether;) {
-    Waiter& waiter = **at;
-    if (waiter.change == nullptr) {
-      ++at;
-      continue;
-    }
-    waiter.turn = Waiter::Turn::IsServed;
-    waited_ += start - waiter.since;
+  Waiter* served = nullptr;
+  const auto serve = [&](Waiter& waiter) {
+    waiter.turn.store(Waiter::Turn::IsServed, std::memory_order_relaxed);
     together_.push_back(waiter.change);
-    served_.push_back(&waiter);
-    at = line_.erase(at);
-    --changesInLine_;
-  }
+    waiter.nextServed = std::exchange(served, &waiter);
+  };
+  if (gathered != nullptr) serve(*gathered);
+  const auto isTaken = [&](Waiter* waiter) {
+    if (waiter->change == nullptr || together_.size() == kMostTogether) return false;
+    serve(*waiter);
+    left(*waiter, start);
+    return true;
+  };
+  line_.erase(std::remove_if(line_.begin(), line_.end(), isTaken), line_.end());
+  const bool isComplete = together_.size() + changesInLine_ >= expected_;
 
   lock.unlock();
   makeChanges_(together_);
   lock.lock();
 
   lastDuration_ = Clock::now() - start;
-  expected_ = together_.size() + changesInLine_;
-  for (Waiter* waiter : served_) {
-    waiter->turn = Waiter::Turn::Done;
-    waiter->signal.notify_one();
-  }
-  passOn();
+  const std::size_t present = together_.size() + changesInLine_;
+  isWorthWaiting_ = isComplete || (!isWorthWaiting_ && present >= expected_);
+  expected_ = present;
+  Waiter* const next = passOn();
+  lock.unlock();
+  // The next one first: while it works, those that were served can ask for more.
+  if (next != nullptr) next->wake(Waiter::Turn::HasPlace);
+  while (served != nullptr) std::exchange(served, served->nextServed)->wake(Waiter::Turn::Done);
 }
 
 void WriterPlace::leave() {
-  const std::lock_guard<std::mutex> lock(mutex_);
-  passOn();
+  Waiter* next = nullptr;
+  {
+    const std::lock_guard<std::mutex> lock(mutex_);
+    next = passOn();
+  }
+  if (next != nullptr) next->wake(Waiter::Turn::HasPlace);
 }
 
-void WriterPlace::passOn() {
+WriterPlace::Waiter* WriterPlace::passOn() {
   if (line_.empty()) {
     taken_ = false;
-    return;
+    return nullptr;
   }
-  Waiter& next = *line_.front();
+  Waiter* const next = line_.front();
   line_.pop_front();
-  if (next.change != nullptr) --changesInLine_;
-  next.turn = Waiter::Turn::HasPlace;
-  waited_ += Clock::now() - next.since;
-  next.signal.notify_one();
+  next->turn.store(Waiter::Turn::HasPlace, std::memory_order_relaxed);
+  left(*next, Clock::now());
+  return next;
 }
 
 void WriterPlace::wake(const RunControl& control) {
-  const std::lock_guard<std::mutex> lock(mutex_);
-  for (Waiter* waiter : line_) {
-    if (waiter->control == &control) waiter->signal.notify_one();
+  Waiter* interrupted = nullptr;
+  {
+    const std::lock_guard<std::mutex> lock(mutex_);
+    const auto found = std::find_if(line_.begin(), line_.end(),
+                                    [&](Waiter* waiter) { return waiter->control == &control; });
+    if (found == line_.end()) return;
+    interrupted = *found;
+    interrupted->turn.store(Waiter::Turn::Interrupted, std::memory_order_relaxed);
+    remove(*interrupted);
   }
+  interrupted->wake(Waiter::Turn::Interrupted);
 }
 
 double WriterPlace::secondsWaited() const {

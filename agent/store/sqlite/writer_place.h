@@ -2,11 +2,10 @@
 #pragma once
 
 #include <chrono>
-#include <condition_variable>
-#include <cstdint>
+#include <cstddef>
+#include <deque>
 #include <exception>
 #include <functional>
-#include <list>
 #include <mutex>
 #include <utility>
 #include <vector>
@@ -71,7 +70,7 @@ public:
   Hold take(const Patience& patience);
   /// Makes the change together with others. Throws what became of it, or as `take` does.
   void make(Change& change, const Patience& patience);
-  /// Has the one who waits with this control look at it again.
+  /// Ends the wait of the one who waits with this control, which was interrupted.
   void wake(const RunControl& control);
 
   /// How long all who came have waited together.
@@ -79,29 +78,43 @@ public:
   std::size_t waiting() const;
 
 private:
+  class Alarm;
   struct Waiter;
 
-  /// Returns when the waiter has the place, or its change was made by another one.
-  void await(std::unique_lock<std::mutex>& lock, Waiter& waiter, const Patience& patience);
-  /// Makes one's own change and all others that wait, and passes the place on.
-  void lead(std::unique_lock<std::mutex>& lock, Change& own);
+  /// Returns, without the lock, whether the waiter has the place now; if not, its change was made.
+  bool await(std::unique_lock<std::mutex>& lock, Waiter& waiter, const Patience& patience);
+  [[noreturn]] static void throwInterrupted();
+  void makeTogether(Change& change, const Patience& patience);
+  /// Waits a moment for those who were there a moment ago. False, without the lock, when the last
+  /// of them has made the waiter's change.
+  bool gather(std::unique_lock<std::mutex>& lock, Waiter& waiter);
+  /// Makes one's own change, that of the one who gathered, and all others that wait, and passes the
+  /// place on. Returns without the lock.
+  void lead(std::unique_lock<std::mutex>& lock, Change& own, Waiter* gathered);
   void leave();
-  void passOn();
+
+  // With the lock.
+  /// Returns who is to be woken, without the lock: it has the place.
+  Waiter* passOn();
+  void remove(Waiter& waiter);
+  /// The waiter is no longer in the line.
+  void left(const Waiter& waiter, Clock::time_point now);
 
   const MakeChanges makeChanges_;
   mutable std::mutex mutex_;
   bool taken_ = false;
-  std::list<Waiter*> line_;
+  std::deque<Waiter*> line_;
   std::size_t changesInLine_ = 0;
   Clock::duration waited_{};
 
-  // The group: who leads it may wait a moment for others.
-  bool isGathering_ = false;
-  std::condition_variable gathered_;
-  std::size_t expected_ = 0;  // how many changes there were at the end of the last group
+  // The group.
+  Waiter* gathering_ = nullptr;  // has the place and waits for the others
+  std::size_t expected_ = 0;     // how many changes there were at the end of the last group
+  // Whether those who were expected last have come: while somebody gathered, or, where nobody did,
+  // before the group was made.
+  bool isWorthWaiting_ = true;
   Clock::duration lastDuration_{};
   std::vector<Change*> together_;
-  std::vector<Waiter*> served_;
 };
 
 }  // namespace nox::agent

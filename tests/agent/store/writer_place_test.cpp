@@ -6,6 +6,7 @@
 #include <atomic>
 #include <chrono>
 #include <functional>
+#include <future>
 #include <memory>
 #include <mutex>
 #include <stdexcept>
@@ -133,6 +134,86 @@ TEST_F(WriterPlaceThreads, EveryChangeOfAGroupHasItsOwnOutcome) {
   EXPECT_EQ(failed, 1);
 }
 
+TEST_F(WriterPlaceThreads, NobodyIsAnsweredBeforeTheGroupIsMade) {
+  std::atomic<int> answered{0};
+  std::atomic<int> answeredTooEarly{-1};
+  WriterPlace slow([&](const std::vector<WriterPlace::Change*>& group) {
+    std::this_thread::yield();
+    if (group.size() == 3) answeredTooEarly = answered.load();
+  });
+  {
+    const WriterPlace::Hold hold = slow.take({kNotAtAll, nullptr});
+    for (std::size_t i = 0; i < 3; ++i) {
+      threads.emplace_back([&] {
+        WriterPlace::Change change;
+        slow.make(change, {kForEver, nullptr});
+        ++answered;
+      });
+      ASSERT_TRUE(eventually([&] { return slow.waiting() == i + 1; }));
+    }
+  }
+  joinAll();
+  EXPECT_EQ(answeredTooEarly, 0);
+  EXPECT_EQ(answered, 3);
+}
+
+TEST_F(WriterPlaceThreads, AnInterruptComesTooLateForAChangeThatIsBeingMade) {
+  std::promise<void> begun;
+  std::promise<void> interrupted;
+  WriterPlace slow([&](const std::vector<WriterPlace::Change*>& group) {
+    if (group.size() < 2) return;
+    begun.set_value();
+    interrupted.get_future().wait();
+  });
+  RunControl control;
+  std::atomic<int> made{0};
+  {
+    const WriterPlace::Hold hold = slow.take({kNotAtAll, nullptr});
+    for (std::size_t i = 0; i < 2; ++i) {
+      threads.emplace_back([&] {
+        WriterPlace::Change change;
+        slow.make(change, {kForEver, &control});
+        ++made;
+      });
+      ASSERT_TRUE(eventually([&] { return slow.waiting() == i + 1; }));
+    }
+  }
+  begun.get_future().wait();
+  control.interrupted = true;
+  slow.wake(control);
+  interrupted.set_value();
+  joinAll();
+  EXPECT_EQ(made, 2);
+}
+
+TEST_F(WriterPlaceThreads, WhoeverComesInterruptedDoesNotWait) {
+  const WriterPlace::Hold hold = place.take({kNotAtAll, nullptr});
+  RunControl control;
+  control.interrupted = true;
+  Named change("a");
+  EXPECT_EQ(failure([&] {
+              place.make(change, {kForEver, &control});
+            }),
+            StoreError::Kind::Interrupted);
+  EXPECT_EQ(place.waiting(), 0u);
+}
+
+TEST_F(WriterPlaceThreads, AGroupThatDoesNotComeBackIsNotWaitedForInVain) {
+  {
+    const WriterPlace::Hold hold = place.take({kNotAtAll, nullptr});
+    queueChange(1, "a");
+    queueChange(2, "b");
+    queueChange(3, "c");
+  }
+  joinAll();
+  // Alone from here on, with and without those who are expected.
+  for (const char* const name : {"d", "e"}) {
+    Named change(name);
+    place.make(change, {kForEver, nullptr});
+  }
+  EXPECT_THAT(done, ElementsAre("abc", "d", "e"));
+}
+
 TEST_F(WriterPlaceThreads, TransactionsHaveThePlaceInTheOrderInWhichTheyCame) {
   {
     const WriterPlace::Hold hold = place.take({kNotAtAll, nullptr});
@@ -181,6 +262,53 @@ TEST_F(WriterPlaceThreads, WaitsAreCountedTogether) {
   }
   joinAll();
   EXPECT_GT(place.secondsWaited(), 0);
+}
+
+// Waits end while changes are taken into groups, by time and by interruption: what was answered and
+// what was made must be the same.
+TEST_F(WriterPlaceThreads, AChangeIsMadeUnlessItsWaiterWasToldOtherwise) {
+  struct Counted : WriterPlace::Change {
+    std::atomic<int> made{0};
+  };
+  WriterPlace busy([&](const std::vector<WriterPlace::Change*>& group) {
+    std::this_thread::yield();
+    for (WriterPlace::Change* const change : group) ++static_cast<Counted*>(change)->made;
+  });
+  constexpr int kThreads = 8;
+  constexpr int kRounds = 300;
+  std::vector<RunControl> controls(kThreads);
+  std::atomic<bool> isOver{false};
+  std::atomic<int> mistakes{0};
+  for (int i = 0; i < kThreads; ++i) {
+    threads.emplace_back([&, i] {
+      RunControl& control = controls[static_cast<std::size_t>(i)];
+      for (int round = 0; round < kRounds; ++round) {
+        control.interrupted = false;
+        const std::chrono::milliseconds wait = (i + round) % 2 == 0 ? kNotAtAll : kForEver;
+        Counted change;
+        bool isToldMade = true;
+        try {
+          busy.make(change, {wait, &control});
+        } catch (const StoreError&) {
+          isToldMade = false;
+        }
+        if (change.made != (isToldMade ? 1 : 0)) ++mistakes;
+      }
+    });
+  }
+  std::thread interrupter([&] {
+    for (std::size_t i = 0; !isOver; i = (i + 1) % kThreads) {
+      controls[i].interrupted = true;
+      busy.wake(controls[i]);
+      std::this_thread::yield();
+    }
+  });
+  joinAll();
+  isOver = true;
+  interrupter.join();
+  EXPECT_EQ(mistakes, 0);
+  EXPECT_EQ(busy.waiting(), 0u);
+  const WriterPlace::Hold hold = busy.take({kNotAtAll, nullptr});
 }
 
 TEST_F(WriterPlaceThreads, ManyWritersNeverShareThePlace) {
