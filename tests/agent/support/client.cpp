@@ -89,6 +89,7 @@ struct Client::Impl {
   /// Up to `room` bytes; 0 at the end of the connection, however it came.
   std::size_t receive(char* to, std::size_t room) {
     if (ssl) {
+      const nox::test::SigpipeBlocked blocked;  // an end without a goodbye is answered
       const int n = SSL_read(ssl.get(), to, static_cast<int>(room));
       if (n > 0) return static_cast<std::size_t>(n);
       if (SSL_get_error(ssl.get(), n) == SSL_ERROR_WANT_READ) fail("the agent says nothing");
@@ -102,7 +103,7 @@ struct Client::Impl {
 
   std::size_t send(const char* from, std::size_t n) {
     if (ssl) {
-      const nox::test::SigpipeBlocked blocked;  // an agent that was killed takes nothing
+      const nox::test::SigpipeBlocked blocked;
       const int sent = SSL_write(ssl.get(), from, static_cast<int>(n));
       if (sent <= 0) ERR_clear_error();
       return sent > 0 ? static_cast<std::size_t>(sent) : 0;
