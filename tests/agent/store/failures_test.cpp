@@ -59,6 +59,7 @@ TEST_F(StoreFailures, AWriteToAFullDiskFailsAndLeavesNothing) {
   }
   EXPECT_EQ(read(*session, "2"), std::nullopt);
   session->write(kFile, "3", "Cid");
+  session.reset();
   reopen();
   EXPECT_EQ(read(*newSession(), "2"), std::nullopt);
   EXPECT_THAT(read(*newSession(), "3"), Optional(Eq("Cid")));
