@@ -1,6 +1,5 @@
 #include "agent/store/sqlite/read_snapshot.h"
 
-#include <atomic>
 #include <cstddef>
 
 #include <sqlite3.h>
@@ -54,11 +53,13 @@ void ReadSnapshot::findIndex() noexcept {
 }
 
 ReadSnapshot::IndexHead ReadSnapshot::indexHead() const noexcept {
-  IndexHead head;
-  for (std::size_t i = 0; i < kHeaderWords; ++i) head[i] = index_[i];
-  head[kHeaderWords] = index_[kCarriedWord];
   // What is read next is no older than this.
-  std::atomic_thread_fence(std::memory_order_acquire);
+  const auto load = [this](std::size_t word) {
+    return __atomic_load_n(index_ + word, __ATOMIC_ACQUIRE);
+  };
+  IndexHead head;
+  for (std::size_t i = 0; i < kHeaderWords; ++i) head[i] = load(i);
+  head[kHeaderWords] = load(kCarriedWord);
   return head;
 }
 
