@@ -4,7 +4,9 @@
 
 namespace nox::agent {
 
-using namespace noxp;
+namespace common = noxp::common;
+namespace remote = noxp::remote;
+namespace sql = noxp::sql;
 
 LoginObjectFactory::LoginObjectFactory() { add<HttpRequest>("HTTPRequest"); }
 
