@@ -1,6 +1,5 @@
 #include "tests/agent/support/noxd_process.h"
 
-#include <dirent.h>
 #include <fcntl.h>
 #include <sys/prctl.h>
 #include <sys/resource.h>
@@ -15,6 +14,7 @@
 #include <cerrno>
 #include <csignal>
 #include <cstring>
+#include <filesystem>
 #include <fstream>
 #include <sstream>
 #include <stdexcept>
@@ -289,14 +289,14 @@ long NoxdProcess::memoryKiB() const { return statusLine(pid_, "VmRSS"); }
 
 int NoxdProcess::threads() const { return static_cast<int>(statusLine(pid_, "Threads")); }
 
-int NoxdProcess::descriptors() const {
-  DIR* const folder = opendir(("/proc/" + std::to_string(pid_) + "/fd").c_str());
-  if (!folder) return -1;
+int NoxdProcess::descriptors(const std::string& without) const {
+  std::error_code gone;  // what was closed meanwhile is not counted
   int count = 0;
-  while (const dirent* const entry = readdir(folder)) {
-    if (entry->d_name[0] != '.') ++count;
+  for (const auto& open :
+       std::filesystem::directory_iterator("/proc/" + std::to_string(pid_) + "/fd")) {
+    const std::filesystem::path target = std::filesystem::read_symlink(open.path(), gone);
+    if (!gone && (without.empty() || target.filename() != without)) ++count;
   }
-  closedir(folder);
   return count;
 }
 

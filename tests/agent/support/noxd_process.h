@@ -81,7 +81,8 @@ public:
   /// From /proc: kibibytes of memory in use, threads, open descriptors.
   long memoryKiB() const;
   int threads() const;
-  int descriptors() const;
+  /// Those of files named `without` are not counted.
+  int descriptors(const std::string& without = {}) const;
 
 private:
   void writeConfiguration() const;
