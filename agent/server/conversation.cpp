@@ -45,6 +45,7 @@ Conversation::Conversation(ServerState& state, Transport& transport, Wire& wire,
       tls_(party.tls),
       session_(agent_, agent_.sessions.newId(), std::move(party.user), std::move(party.account),
                party.right, party.peer.address),
+      busyWait_(state.traffic),
       ended_(Clock::now()) {
   takeValues();
   publish();
@@ -97,6 +98,7 @@ Conversation::End Conversation::run() {
     const bool mayGoOn = state_.serving() && !interrupted_.load(std::memory_order_relaxed);
     if (!mayGoOn || refused_ == kMostRefused) return End::Said;
     if (wire_.lost()) return End::Gone;
+    if (!wire_.hasMore()) busyWait_.await([this] { return transport_.isReadable(); });
   }
 }
 

@@ -84,6 +84,7 @@ private:
   unsigned int generation_ = 0;
   int refused_ = 0;
   bool resting_ = false;
+  BusyWait busyWait_;
   Clock::time_point began_{};  // the request that runs
   Clock::time_point ended_;    // the last one
 

@@ -49,6 +49,9 @@ public:
   /// Its bytes, those of the length included.
   std::size_t frameBytes() const { return frameBytes_; }
 
+  /// Whether bytes have arrived behind the frame.
+  bool hasMore() const { return buffered() > frameBytes_; }
+
   /// Forgets the frame for good: nothing of it stays in memory.
   void wipeFrame();
   /// Gives a grown block back; nothing happens while bytes wait in it.

@@ -4,6 +4,7 @@
 #include <atomic>
 
 #include "agent/agent_object_factory.h"
+#include "agent/server/busy_wait.h"
 #include "agent/session/agent.h"
 #include "agent/session/dispatcher.h"
 
@@ -22,6 +23,7 @@ struct ServerState {
   std::atomic<Phase> phase{Phase::Serving};
   /// Counts reloads: connections then take the values of the configuration anew.
   std::atomic<unsigned int> generation{0};
+  BusyWait::Traffic traffic;
 
   bool serving() const { return phase.load(std::memory_order_relaxed) == Phase::Serving; }
   bool stopping() const { return phase.load(std::memory_order_relaxed) == Phase::Stopping; }

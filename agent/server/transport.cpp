@@ -54,6 +54,12 @@ void Transport::waitReadable(std::optional<Clock::time_point> until) {
   poll(&waited, 1, wait);
 }
 
+bool Transport::isReadable() const {
+  if (hasBuffered()) return true;
+  pollfd looked{socket_.get(), POLLIN, 0};
+  return poll(&looked, 1, 0) != 0;
+}
+
 bool Transport::discard() {
   std::array<char, 4096> bytes;
   const ssize_t count = recv(socket_.get(), bytes.data(), bytes.size(), 0);

@@ -45,6 +45,8 @@ public:
   /// Waits without a tick until there may be something to receive, or until `until`. After a
   /// `receive` that returned kNothingYet.
   void waitReadable(std::optional<Clock::time_point> until);
+  /// Whether something can be received now.
+  bool isReadable() const;
   /// Throws what still comes away, until the peer closes, `until` or `stop()`: a socket that is
   /// closed with unread bytes takes the last reply back from the peer.
   template <class Stop>

@@ -46,6 +46,8 @@ public:
   void setDeadline(std::optional<Clock::time_point> deadline) { in_.setDeadline(deadline); }
 
   Event next();
+  /// Whether bytes have arrived that `next` will not have to wait for.
+  bool hasMore() const { return in_.hasMore(); }
   std::unique_ptr<noxp::RequestProt> takeRequest() { return std::move(request_); }
   const Failure& problem() const { return *problem_; }
   /// The type code of the object that the factory does not know, after such an Unreadable.

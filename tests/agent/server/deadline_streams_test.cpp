@@ -48,6 +48,16 @@ TEST(DeadlineInputStream, LaysOutFramesThatComeTogetherOneByOne) {
   EXPECT_EQ(in.nextFrame(kCap, kPlenty), Arrival::Ended);
 }
 
+TEST(DeadlineInputStream, KnowsOfBytesBehindTheFrame) {
+  ScriptedTransport peer;
+  peer.bytes(framed("abc") + framed("de"));
+  DeadlineInputStream in(peer);
+  ASSERT_EQ(in.nextFrame(kCap, kPlenty), Arrival::Frame);
+  EXPECT_TRUE(in.hasMore());
+  ASSERT_EQ(in.nextFrame(kCap, kPlenty), Arrival::Frame);
+  EXPECT_FALSE(in.hasMore());
+}
+
 TEST(DeadlineInputStream, JoinsAFrameThatComesByteByByte) {
   ScriptedTransport peer;
   const std::string frame = framed("some body");
