@@ -142,7 +142,7 @@ private:
 class Write : public Operation {
 public:
   Write(std::uint16_t port, const std::string& password, int writer)
-      : link_(port, password), next_(writer * 1000), body_(writer * kMostWrites) {}
+      : link_(port, password), next_(writer * 1000), body_(kRecords + writer * kMostWrites) {}
   std::uint64_t run() override {
     const std::string id = recordId(next_++ % kRecords);
     remote::WriteRecordRequestProt request(0, "BENCH", id.c_str(), recordBody(body_++).c_str());

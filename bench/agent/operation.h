@@ -37,7 +37,8 @@ struct Servers {
 constexpr std::size_t kEchoBytes = 64;
 constexpr std::size_t kRecordBytes = 200;
 constexpr int kRecords = 10'000;
-// Of one writer. No two write the same body: what is there already needs not be written.
+// Of one writer. No two write the same body, nor one that was there before: what is there already
+// needs not be written.
 constexpr int kMostWrites = 10'000'000;
 constexpr int kRows = 1'000'000;
 constexpr int kRowColumns = 8;

@@ -75,7 +75,7 @@ private:
 class Write : public Postgres {
 public:
   Write(const std::string& where, int writer)
-      : Postgres(where), next_(writer * 1000), body_(writer * kMostWrites) {
+      : Postgres(where), next_(writer * 1000), body_(kRecords + writer * kMostWrites) {
     prepare("INSERT INTO records VALUES ($1, $2) ON CONFLICT (id) DO UPDATE SET body = $2");
   }
   std::uint64_t run() override {

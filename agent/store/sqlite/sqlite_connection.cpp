@@ -18,7 +18,7 @@ constexpr int kProgressSteps = 1000;  // of the engine's machine, between two lo
 constexpr std::chrono::seconds kReaderPatience{5};  // readers wait for a recovery at most
 constexpr std::size_t kMostKeptFiles = 64;
 constexpr int kMostClientBytes = 64 * 1024 * 1024;  // in one value or row that a client's SQL makes
-constexpr int kLongLog = 1000;  // pages, from which on a commit carries them into the database
+constexpr int kLongLog = 2000;  // pages, from which on a commit carries them into the database
 
 // Cached pages are dropped as a whole when another connection has committed, so that a bigger cache
 // would seldom be filled. The log of changes is cut to its usual size after a large transaction.

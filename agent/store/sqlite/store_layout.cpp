@@ -13,7 +13,7 @@ constexpr std::int64_t kApplicationId = 0x4E4F5844;
 // Whoever makes the file synchronises it as a whole.
 constexpr const char* kLayout =
     "PRAGMA synchronous = OFF;"
-    "PRAGMA page_size = 8192;"
+    "PRAGMA page_size = 4096;"
     "PRAGMA journal_mode = WAL;"
     "BEGIN IMMEDIATE;"
     "CREATE TABLE nox_files("

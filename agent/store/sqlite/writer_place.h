@@ -1,6 +1,7 @@
 // WriterPlace: who writes to an account now, and who is next.
 #pragma once
 
+#include <atomic>
 #include <chrono>
 #include <cstddef>
 #include <deque>
@@ -83,6 +84,10 @@ private:
 
   /// Returns, without the lock, whether the waiter has the place now; if not, its change was made.
   bool await(std::unique_lock<std::mutex>& lock, Waiter& waiter, const Patience& patience);
+  /// How long someone who begins to wait stays awake. With the lock.
+  Clock::duration timeAwake() const;
+  /// Until the alarm is raised; false when `end` came first.
+  bool waitFor(Alarm& alarm, Clock::time_point end, Clock::duration awake);
   [[noreturn]] static void throwInterrupted();
   void makeTogether(Change& change, const Patience& patience);
   /// Waits a moment for those who were there a moment ago. False, without the lock, when the last
@@ -103,9 +108,11 @@ private:
   const MakeChanges makeChanges_;
   mutable std::mutex mutex_;
   bool taken_ = false;
+  bool isGroups_ = false;  // by one who makes changes, or is about to
   std::deque<Waiter*> line_;
   std::size_t changesInLine_ = 0;
   Clock::duration waited_{};
+  std::atomic<int> awake_{0};  // of those who wait
 
   // The group.
   Waiter* gathering_ = nullptr;  // has the place and waits for the others

@@ -138,7 +138,7 @@ TEST_F(StoreFailures, ADamagedPageIsReportedWhereItIsMet) {
   const auto size = std::filesystem::file_size(databaseFile());
   {
     std::fstream file(databaseFile(), std::ios::in | std::ios::out | std::ios::binary);
-    constexpr std::uintmax_t kPage = 8192;
+    constexpr std::uintmax_t kPage = 4096;
     file.seekp(static_cast<std::streamoff>(size / 2 / kPage * kPage));
     file << std::string(size / 4, '\x55');
   }

@@ -14,7 +14,7 @@ namespace {
 using ::testing::Eq;
 using ::testing::Optional;
 
-constexpr std::size_t kLongLog = 10 * 1024 * 1024;  // more than a thousand pages
+constexpr std::size_t kLongLog = 10 * 1024 * 1024;  // more than two thousand pages
 constexpr std::size_t kLongBody = 256 * 1024;
 
 /// Somebody with a shell, beside the agent.
@@ -161,7 +161,7 @@ TEST_F(ReadSnapshots, AreNotGivenBackWhenTheyAreOutdated) {
   EXPECT_EQ(kept(), 0u);
 }
 
-// What follows is about the log, which is carried into the database when it has a thousand pages,
+// What follows is about the log, which is carried into the database when it has two thousand pages,
 // and begun anew by the next who writes.
 
 TEST_F(ReadSnapshots, LetTheLogBeBegunAnew) {

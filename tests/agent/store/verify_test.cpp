@@ -66,8 +66,8 @@ TEST_F(Verify, WorksWhileTheAccountIsWritten) {
 }
 
 TEST_F(Verify, FindsDamagedPages) {
-  constexpr std::streamoff kPage = 8192;
-  EXPECT_THAT(mistakesAfterDamage(6 * kPage, 3 * kPage), Not(IsEmpty()));
+  constexpr std::streamoff kPage = 4096;
+  EXPECT_THAT(mistakesAfterDamage(12 * kPage, 6 * kPage), Not(IsEmpty()));
 }
 
 TEST_F(Verify, FindsADamagedHead) { EXPECT_THAT(mistakesAfterDamage(0, 4096), SizeIs(1)); }
