@@ -92,14 +92,29 @@ struct LockTable::Impl {
     std::unordered_map<PartLocks*, std::unordered_set<Record*>> records;
     std::unordered_set<PartLocks*> parts;  // as a whole
     Wait* wait = nullptr;
+    const std::string* turn = nullptr;  // the account in which it waits for the writer
     bool cancelled = false;
     std::uint64_t seen = 0;  // the last search that came by
+
+    bool isWaiting() const { return (wait != nullptr || turn != nullptr) && !cancelled; }
   };
+
+  /// What somebody waits for, or is about to: a record, a part as a whole, or the writer's turn.
+  struct Wanted {
+    PartLocks* part = nullptr;
+    Record* record = nullptr;
+    const std::string* turn = nullptr;
+  };
+  static Wanted wantedBy(const Owner& owner) {
+    if (owner.wait == nullptr) return {nullptr, nullptr, owner.turn};
+    return {owner.wait->part, owner.wait->record, nullptr};
+  }
 
   mutable std::mutex mutex;
   LockOwner lastOwner = 0;
   std::unordered_map<LockOwner, std::unique_ptr<Owner>> owners;
   std::unordered_map<PartName, PartLocks, PartNameHash> parts;
+  std::unordered_map<std::string, LockOwner> writers;  // by account
   std::size_t held = 0;
   std::uint64_t searches = 0;
 
@@ -277,7 +292,7 @@ struct LockTable::Impl {
   /// Whether `asker` would, by waiting, wait for itself. Who waits depends on all holders of what
   /// it waits for, also on those that it could share it with: somebody ahead in the queue could
   /// not. Those ahead lead nowhere else than to the same holders.
-  bool closesCycle(Owner& asker, PartLocks& part, Record* record) {
+  bool closesCycle(Owner& asker, const Wanted& wanted) {
     const std::uint64_t search = ++searches;
     std::vector<Owner*> next;
     bool found = false;
@@ -285,26 +300,32 @@ struct LockTable::Impl {
       if (to == from || found) return;
       if (to == &asker) {
         found = true;
-      } else if (to->wait && !to->cancelled && to->seen != search) {
+      } else if (to->isWaiting() && to->seen != search) {
         to->seen = search;
         next.push_back(to);
       }
     };
-    const auto visitBlockers = [&](Owner* from, PartLocks& where, const Record* what) {
-      if (where.holder) visit(from, where.holder);
-      if (what) {
-        for (const Holder& holder : what->holders) visit(from, holder.owner);
+    const auto visitWriter = [&](Owner* from, const std::string& account) {
+      const auto writer = writers.find(account);
+      if (writer == writers.end()) return;
+      if (Owner* const owner = findOwner(writer->second)) visit(from, owner);
+    };
+    const auto visitBlockers = [&](Owner* from, const Wanted& what) {
+      if (what.turn) return visitWriter(from, *what.turn);
+      if (what.part->holder) visit(from, what.part->holder);
+      if (what.record) {
+        for (const Holder& holder : what.record->holders) visit(from, holder.owner);
       } else {
         for (const auto& [id, owner] : owners) {
-          if (owner->records.count(&where) > 0) visit(from, owner.get());
+          if (owner->records.count(what.part) > 0) visit(from, owner.get());
         }
       }
     };
-    visitBlockers(&asker, part, record);
+    visitBlockers(&asker, wanted);
     while (!found && !next.empty()) {
       Owner* const owner = next.back();
       next.pop_back();
-      visitBlockers(owner, *owner->wait->part, owner->wait->record);
+      visitBlockers(owner, wantedBy(*owner));
     }
     return found;
   }
@@ -333,7 +354,7 @@ struct LockTable::Impl {
       return grant(part, record, owner, kind);
     }
     if (time.count() <= 0 || owner.cancelled) return LockOutcome::Locked;
-    if (closesCycle(owner, part, &record)) return LockOutcome::Deadlock;
+    if (closesCycle(owner, {&part, &record, nullptr})) return LockOutcome::Deadlock;
 
     auto place = record.queue.end();
     if (mine) {
@@ -358,7 +379,7 @@ struct LockTable::Impl {
       return LockOutcome::Granted;
     }
     if (time.count() <= 0 || owner.cancelled) return LockOutcome::Locked;
-    if (closesCycle(owner, part, nullptr)) return LockOutcome::Deadlock;
+    if (closesCycle(owner, {&part, nullptr, nullptr})) return LockOutcome::Deadlock;
     Wait wait{&owner, LockKind::Update, &part, nullptr};
     if (standInQueue(lock, wait, part.queue, part.queue.end(), time)) return LockOutcome::Granted;
     serve(part);
@@ -468,6 +489,30 @@ void LockTable::transfer(LockOwner from, LockOwner to, const std::vector<RecordL
     Impl::PartLocks* const part = impl_->findPart(kept.account, kept.file);
     if (part) impl_->moveBack(*part, kept.id, heir, left);
   }
+}
+
+void LockTable::setWriter(const std::string& account, LockOwner owner) {
+  const std::lock_guard<std::mutex> lock(impl_->mutex);
+  impl_->writers[account] = owner;
+}
+
+void LockTable::clearWriter(const std::string& account, LockOwner owner) {
+  const std::lock_guard<std::mutex> lock(impl_->mutex);
+  const auto found = impl_->writers.find(account);
+  if (found != impl_->writers.end() && found->second == owner) impl_->writers.erase(found);
+}
+
+bool LockTable::beginWaitForWriter(LockOwner owner, const std::string& account) {
+  const std::lock_guard<std::mutex> lock(impl_->mutex);
+  Impl::Owner& asker = impl_->ownerOf(owner);
+  if (impl_->closesCycle(asker, {nullptr, nullptr, &account})) return false;
+  asker.turn = &account;
+  return true;
+}
+
+void LockTable::endWaitForWriter(LockOwner owner) {
+  const std::lock_guard<std::mutex> lock(impl_->mutex);
+  if (Impl::Owner* const waited = impl_->findOwner(owner)) waited->turn = nullptr;
 }
 
 void LockTable::cancel(LockOwner owner) {

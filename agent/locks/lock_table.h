@@ -70,6 +70,16 @@ public:
   /// Hands the locks of `from` to `to`, which holds none yet, without a moment between. Those of
   /// `keep` that `from` holds stay with it.
   void transfer(LockOwner from, LockOwner to, const std::vector<RecordLock>& keep = {});
+  // Those who write to an account in a transaction take turns, in the store. Who has the turn, and
+  // who waits for it, is told here, so that cycles are found which lead through it.
+  void setWriter(const std::string& account, LockOwner owner);
+  /// Nothing happens where it is another one by now.
+  void clearWriter(const std::string& account, LockOwner owner);
+  /// False, and nothing was noted, where the wait would close a cycle. `account` is borrowed until
+  /// the wait ends.
+  bool beginWaitForWriter(LockOwner owner, const std::string& account);
+  void endWaitForWriter(LockOwner owner);
+
   /// Ends the wait of `owner`, which is to end, as Locked, and all that it would wait for later.
   void cancel(LockOwner owner);
 

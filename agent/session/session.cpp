@@ -45,6 +45,8 @@ Session::~Session() { close(); }
 
 void Session::open() {
   auto store = agent_.stores.open(account_).openSession();
+  writerWaits_.emplace(agent_.locks, lockOwner_, account_);
+  store->setWatch(&*writerWaits_);
   store->setWait(settings_.lockWait);
   {
     const std::lock_guard<std::mutex> lock(storeMutex_);
@@ -145,6 +147,8 @@ void Session::beginRequest() {
 }
 
 void Session::afterReply() {
+  // Whom the transaction keeps waiting goes on as soon as it is over.
+  if (writerWaits_->takeCycle()) transactions_->giveUp();
   // Idle is who does not ask: a long request takes nothing away.
   if (transactions_->isOpen()) transactions_->touch(Clock::now());
   statements_->prepareNextBatch();

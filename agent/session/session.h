@@ -16,6 +16,7 @@
 #include "agent/log/line_rate.h"
 #include "agent/session/program.h"
 #include "agent/session/settings.h"
+#include "agent/session/writer_waits.h"
 #include "agent/store/store.h"
 #include "agent/users/users.h"
 
@@ -126,6 +127,7 @@ private:
   std::map<std::string, std::string> commons_;
   int lastCommandCode_ = 0;
 
+  std::optional<WriterWaits> writerWaits_;
   std::mutex storeMutex_;  // while the store is replaced, for interrupt()
   std::unique_ptr<StoreSession> store_;
   std::unique_ptr<Transactions> transactions_;

@@ -186,10 +186,29 @@ struct CatalogRows {
   std::vector<std::vector<std::optional<std::string>>> rows;
 };
 
+/// Told by a session of the store when its transaction waits for others that write, and when it
+/// keeps them waiting, so that waits are found that lead through the store back to the one who
+/// waits. Called by the session's thread; the implementation does not call the store.
+class WriterWatch {
+public:
+  virtual ~WriterWatch() = default;
+  /// The session is about to wait for a transaction that writes. False where that one waits for the
+  /// session.
+  virtual bool mayWait() = 0;
+  /// The wait that was begun is over, whatever came of it.
+  virtual void hasWaited() noexcept = 0;
+  /// The session's transaction writes, and whoever else wants to waits for its end.
+  virtual void writes() = 0;
+  virtual void hasWritten() noexcept = 0;
+};
+
 class StoreSession {
 public:
   /// Rolls back what is open.
   virtual ~StoreSession() = default;
+
+  /// Borrowed; null: nobody watches. A wait that it does not allow ends as RolledBack.
+  virtual void setWatch(WriterWatch* watch) = 0;
 
   /// How long writes wait for another writer.
   virtual void setWait(std::chrono::milliseconds wait) = 0;

@@ -74,9 +74,18 @@ void SqliteSession::change(StoreChange::Extent extent, Work work) {
   }
 }
 
+WriterPlace::Hold SqliteSession::takePlace() {
+  try {
+    return store_.writerPlace().take(patience());
+  } catch (const StoreError& error) {
+    if (error.kind() == StoreError::Kind::RolledBack) lost_ = true;
+    throw;
+  }
+}
+
 SqliteConnection& SqliteSession::writing() {
   if (!writing_) {
-    WriterPlace::Hold place = store_.writerPlace().take(patience());
+    WriterPlace::Hold place = takePlace();
     ConnectionLease connection = store_.connections().borrow(&control_);
     connection->beginWriting(wait_);
     if (inBranch_) {
@@ -84,6 +93,7 @@ SqliteConnection& SqliteSession::writing() {
       connection->setInBranch(true);
     }
     changesBefore_ = connection->totalChanges();
+    if (watch_ != nullptr) watch_->writes();
     place_ = std::move(place);
     writing_ = std::move(connection);
   }
@@ -320,6 +330,7 @@ void SqliteSession::stopWriting() noexcept {
     if (inBranch_) writing_->setInBranch(false);
   }
   writing_ = ConnectionLease();
+  if (place_ && watch_ != nullptr) watch_->hasWritten();
   place_ = WriterPlace::Hold();
 }
 

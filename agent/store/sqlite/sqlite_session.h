@@ -27,6 +27,7 @@ public:
   explicit SqliteSession(SqliteStore& store);
   ~SqliteSession() override;
 
+  void setWatch(WriterWatch* watch) override { watch_ = watch; }
   void setWait(std::chrono::milliseconds wait) override { wait_ = wait; }
   void setDeadline(std::optional<std::chrono::steady_clock::time_point> deadline) override;
   void interrupt() override;
@@ -115,7 +116,7 @@ private:
   /// Throws Interrupted after `interrupt`, RolledBack where the open transaction is lost.
   void requireRunning() const;
   void requireTransaction() const;
-  Patience patience() const { return {wait_, &control_}; }
+  Patience patience() const { return {wait_, &control_, watch_}; }
 
   /// Makes a change of files or records: `work(connection)` in the open transaction, or together
   /// with the changes of other sessions.
@@ -123,6 +124,8 @@ private:
   void change(StoreChange::Extent extent, Work work);
   /// The connection of the open transaction, which is begun in the engine if it was not.
   SqliteConnection& writing();
+  /// The place for the open transaction.
+  WriterPlace::Hold takePlace();
   /// After a failure: some of them roll the whole transaction back in the engine.
   void noticeLoss() noexcept;
 
@@ -138,6 +141,7 @@ private:
   void endTransaction() noexcept;
 
   SqliteStore& store_;
+  WriterWatch* watch_ = nullptr;
   std::chrono::milliseconds wait_{5000};
   RunControl control_;
 

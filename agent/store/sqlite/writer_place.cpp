@@ -100,6 +100,28 @@ struct WriterPlace::Waiter {
   Alarm alarm;
 };
 
+namespace {
+
+/// A wait that is watched, or one that is not.
+class WatchedWait {
+public:
+  explicit WatchedWait(WriterWatch* watch) : watch_(watch) {
+    if (watch_ != nullptr && !watch_->mayWait()) {
+      throw StoreError(StoreError::Kind::RolledBack, "the session that writes waits for this one");
+    }
+  }
+  ~WatchedWait() {
+    if (watch_ != nullptr) watch_->hasWaited();
+  }
+  WatchedWait(const WatchedWait&) = delete;
+  WatchedWait& operator=(const WatchedWait&) = delete;
+
+private:
+  WriterWatch* const watch_;
+};
+
+}  // namespace
+
 WriterPlace::WriterPlace(MakeChanges makeChanges) : makeChanges_(std::move(makeChanges)) {
   // It does not grow later: nothing that has the place fails for want of memory.
   together_.reserve(kMostTogether);
@@ -147,6 +169,9 @@ bool WriterPlace::await(std::unique_lock<std::mutex>& lock, Waiter& waiter,
   const bool deadlineIsFirst =
       control != nullptr && control->deadline && *control->deadline < enough;
   if (control != nullptr && control->interrupted) throwInterrupted();
+  const bool isBehindTransaction = !isGroups_ || line_.size() > changesInLine_;
+  const bool isWatched = isBehindTransaction && patience.wait.count() > 0;
+  const WatchedWait watched(isWatched ? patience.watch : nullptr);
 
   line_.push_back(&waiter);
   if (waiter.change != nullptr) ++changesInLine_;

@@ -15,10 +15,14 @@
 
 namespace nox::agent {
 
-/// How long someone waits for the place, and what ends the wait before.
+class WriterWatch;
+
+/// How long someone waits for the place, what ends the wait before, and who is asked whether there
+/// may be one where a transaction has the place, or is ahead in the line.
 struct Patience {
   std::chrono::milliseconds wait{0};
   const RunControl* control = nullptr;
+  WriterWatch* watch = nullptr;
 };
 
 /// A database has one writer at a time. Those who come while there is one wait in a line; a
@@ -67,7 +71,8 @@ public:
     WriterPlace* place_ = nullptr;
   };
 
-  /// Throws StoreError Busy when the wait ends without it, Interrupted when `control` ends it.
+  /// Throws StoreError Busy when the wait ends without it, Interrupted when `control` ends it,
+  /// RolledBack when `watch` does not allow it.
   Hold take(const Patience& patience);
   /// Makes the change together with others. Throws what became of it, or as `take` does.
   void make(Change& change, const Patience& patience);

@@ -40,8 +40,9 @@ protected:
   LockOwner bob = locks.newOwner();
   LockOwner cid = locks.newOwner();
   LockOwner dot = locks.newOwner();
+  const std::string account = "MAIN";
   FilePart file{"CUSTOMERS", Part::Data};
-  RecordLock first{"MAIN", file, "1"};
+  RecordLock first{account, file, "1"};
   RecordLock second{"MAIN", file, "2"};
   RecordLock third{"MAIN", file, "3"};
   RecordLock wholePart{"MAIN", file, ""};
@@ -171,6 +172,64 @@ TEST_F(LockTableThreads, ThreeThatWaitInARingAreADeadlock) {
   EXPECT_EQ(locks.acquire(cid, first, LockKind::Shared, kLong), LockOutcome::Deadlock);
   locks.releaseAll(cid);
   EXPECT_EQ(bobs.get(), LockOutcome::Granted);
+  locks.releaseAll(bob);
+  EXPECT_EQ(anns.get(), LockOutcome::Granted);
+}
+
+TEST_F(LockTableThreads, AWaitForTheWriterCanCloseARing) {
+  locks.setWriter(account, ann);
+  now(bob, first);
+  auto anns = wait(ann, first);
+  EXPECT_FALSE(locks.beginWaitForWriter(bob, account));
+  EXPECT_TRUE(locks.beginWaitForWriter(cid, account)) << "nobody wants what this one has";
+  locks.endWaitForWriter(cid);
+  locks.releaseAll(bob);
+  EXPECT_EQ(anns.get(), LockOutcome::Granted);
+}
+
+TEST_F(LockTableThreads, TheWriterCanCloseARingWithOneWhoWaitsForIt) {
+  locks.setWriter(account, ann);
+  now(bob, first);
+  ASSERT_TRUE(locks.beginWaitForWriter(bob, account));
+  EXPECT_EQ(locks.acquire(ann, first, LockKind::Update, kLong), LockOutcome::Deadlock);
+  locks.endWaitForWriter(bob);
+  auto anns = wait(ann, first);
+  locks.releaseAll(bob);
+  EXPECT_EQ(anns.get(), LockOutcome::Granted);
+}
+
+TEST_F(LockTableThreads, ARingThroughTheWriterMayBeLonger) {
+  locks.setWriter(account, ann);
+  now(bob, first);
+  now(cid, second);
+  ASSERT_TRUE(locks.beginWaitForWriter(cid, account));
+  auto bobs = wait(bob, second);
+  EXPECT_EQ(locks.acquire(ann, first, LockKind::Update, kLong), LockOutcome::Deadlock);
+  locks.endWaitForWriter(cid);
+  locks.releaseAll(cid);
+  EXPECT_EQ(bobs.get(), LockOutcome::Granted);
+}
+
+TEST_F(LockTableThreads, WhoeverWritesByThenIsTheOneThatIsWaitedFor) {
+  locks.setWriter(account, ann);
+  now(bob, first);
+  ASSERT_TRUE(locks.beginWaitForWriter(bob, account));
+  locks.clearWriter(account, ann);
+  locks.setWriter(account, cid);
+  locks.clearWriter(account, ann);  // who has ended already
+  EXPECT_EQ(locks.acquire(cid, first, LockKind::Update, kLong), LockOutcome::Deadlock);
+  auto anns = wait(ann, first);
+  locks.endWaitForWriter(bob);
+  locks.releaseAll(bob);
+  EXPECT_EQ(anns.get(), LockOutcome::Granted);
+}
+
+TEST_F(LockTableThreads, WritersOfOtherAccountsAreNotWaitedFor) {
+  locks.setWriter("OTHER", ann);
+  now(bob, first);
+  auto anns = wait(ann, first);
+  EXPECT_TRUE(locks.beginWaitForWriter(bob, account));
+  locks.endWaitForWriter(bob);
   locks.releaseAll(bob);
   EXPECT_EQ(anns.get(), LockOutcome::Granted);
 }

@@ -408,6 +408,56 @@ TEST_F(DataAccessTest, InATransactionThatAlsoRollsItBack) {
   EXPECT_EQ(bob.commit(), "25/000") << "no transaction is open any more";
 }
 
+TEST_F(DataAccessTest, ALockOfOneWhoWaitsForTheWriterIsNotWaitedForByThatWriter) {
+  letWait(ann);
+  letWait(bob);
+  ann.begin();
+  EXPECT_EQ(ann.write("F", "A", "ann's"), "0");
+  bob.begin();
+  auto answer = std::async(std::launch::async, [&] { return bob.write("F", "B", "bob's"); });
+  agent.waitUntilSomebodyWaitsForTheWriter();
+  EXPECT_EQ(ann.write("F", "B", "ann's"), "40/000");
+  EXPECT_EQ(answer.get(), "0");
+  EXPECT_EQ(ann.commit(), "25/000") << "no transaction is open any more";
+  EXPECT_EQ(bob.commit(), "OK");
+  EXPECT_EQ(ann.read("F", "A"), "0 'alpha'");
+  EXPECT_EQ(ann.read("F", "B"), "0 'bob's'");
+}
+
+TEST_F(DataAccessTest, AWriterWhoWaitsForOnesLockIsNotWaitedFor) {
+  letWait(ann);
+  bob.read("F", "B", kUpdate);
+  ann.begin();
+  EXPECT_EQ(ann.write("F", "A", "ann's"), "0");
+  auto answer = std::async(std::launch::async, [&] { return ann.read("F", "B", kUpdate); });
+  agent.waitUntilSomebodyWaits();
+  EXPECT_EQ(bob.write("F", "B", "bob's"), "40/000");
+  EXPECT_TRUE(isHeldBy(bob, "B")) << "outside of a transaction nothing is taken away";
+  bob.begin();
+  EXPECT_EQ(bob.write("F", "C", "bob's"), "40/000");
+  EXPECT_EQ(bob.commit(), "25/000") << "no transaction is open any more";
+  bob.release(2);
+  EXPECT_EQ(answer.get(), "1");
+  EXPECT_EQ(ann.commit(), "OK");
+  EXPECT_EQ(bob.write("F", "B", "bob's"), "2") << "ann has it locked now";
+}
+
+TEST_F(DataAccessTest, AWriterWhoHasEndedIsWaitedForNoMore) {
+  letWait(ann);
+  letWait(bob);
+  for (const bool commits : {true, false}) {
+    ann.begin();
+    EXPECT_EQ(ann.write("F", "A", "ann's"), "0");
+    EXPECT_EQ(commits ? ann.commit() : ann.rollback(), "OK");
+    bob.begin();
+    EXPECT_EQ(bob.write("F", "B", "bob's"), "0");
+    auto answer = std::async(std::launch::async, [&] { return ann.write("F", "B", "ann's"); });
+    agent.waitUntilSomebodyWaits();
+    EXPECT_EQ(bob.commit(), "OK");
+    EXPECT_EQ(answer.get(), "0");
+  }
+}
+
 TEST_F(DataAccessTest, AWaitingSessionThatIsInterruptedStopsWaiting) {
   ann.read("F", "A", kUpdate);
   letWait(bob);

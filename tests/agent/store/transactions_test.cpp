@@ -262,5 +262,47 @@ TEST_F(LocalTransactions, AreRolledBackAfterTheStoreHasGivenThemUp) {
   EXPECT_THAT(read(*other, "2"), Optional(Eq("Bob")));
 }
 
+/// Refuses every wait, and knows whether a transaction writes.
+class RefusingWatch : public WriterWatch {
+public:
+  bool mayWait() override { return false; }
+  void hasWaited() noexcept override {}
+  void writes() override { isWriting = true; }
+  void hasWritten() noexcept override { isWriting = false; }
+  bool isWriting = false;
+};
+
+TEST_F(LocalTransactions, AreWatchedFromTheFirstWriteToTheEnd) {
+  RefusingWatch watch;
+  const auto session = newSession();
+  session->setWatch(&watch);
+  for (const bool commits : {true, false}) {
+    session->begin(0);
+    EXPECT_FALSE(watch.isWriting);
+    session->write(kFile, "1", "Ann");
+    EXPECT_TRUE(watch.isWriting);
+    commits ? session->commit() : session->rollback();
+    EXPECT_FALSE(watch.isWriting);
+  }
+}
+
+TEST_F(LocalTransactions, ThatMayNotWaitForTheWriterAreLost) {
+  RefusingWatch watch;
+  const auto writer = newSession();
+  writer->begin(0);
+  writer->write(kFile, "1", "Ann");
+  const auto session = newSession();
+  session->setWatch(&watch);
+  EXPECT_EQ(failure([&] { session->write(kFile, "2", "Bob"); }), StoreError::Kind::RolledBack);
+  session->begin(0);
+  EXPECT_EQ(failure([&] { session->write(kFile, "2", "Bob"); }), StoreError::Kind::RolledBack);
+  writer->commit();
+  EXPECT_EQ(failure([&] { session->write(kFile, "2", "Bob"); }), StoreError::Kind::RolledBack)
+      << "until it is rolled back";
+  session->rollback();
+  session->write(kFile, "2", "Bob");
+  EXPECT_FALSE(watch.isWriting);
+}
+
 }  // namespace
 }  // namespace nox::agent::test

@@ -27,6 +27,24 @@ struct Named : WriterPlace::Change {
   std::string name;
 };
 
+/// Allows waits, or not, and counts them.
+class CountingWatch : public WriterWatch {
+public:
+  bool mayWait() override {
+    ++asked;
+    if (allows) ++waiting;
+    return allows;
+  }
+  void hasWaited() noexcept override { --waiting; }
+  void writes() override { ++writers; }
+  void hasWritten() noexcept override { --writers; }
+
+  std::atomic<bool> allows{true};
+  std::atomic<int> asked{0};
+  std::atomic<int> waiting{0};
+  std::atomic<int> writers{0};
+};
+
 class WriterPlaceThreads : public ::testing::Test {
 protected:
   ~WriterPlaceThreads() override {
@@ -241,6 +259,61 @@ TEST_P(WriterPlaceOnDiskThreads, AGroupThatDoesNotComeBackIsNotWaitedForInVain) 
     place.make(change, {kForEver, nullptr});
   }
   EXPECT_THAT(done, ElementsAre("abc", "d", "e"));
+}
+
+TEST_F(WriterPlaceThreads, AWaitForATransactionIsWatchedUntilItEnds) {
+  CountingWatch watch;
+  {
+    const WriterPlace::Hold hold = place.take({kNotAtAll, nullptr, &watch});
+    EXPECT_EQ(watch.asked, 0) << "the place was free";
+    startAndQueue(1, [&] {
+      Named change("a");
+      place.make(change, {kForEver, nullptr, &watch});
+    });
+    EXPECT_EQ(watch.waiting, 1);
+  }
+  joinAll();
+  EXPECT_EQ(watch.asked, 1);
+  EXPECT_EQ(watch.waiting, 0);
+}
+
+TEST_F(WriterPlaceThreads, AWaitBehindAnotherThatWaitsForATransactionIsWatchedToo) {
+  CountingWatch watch;
+  std::promise<void> go;
+  WriterPlace slow([&](const std::vector<WriterPlace::Change*>&) { go.get_future().wait(); });
+  threads.emplace_back([&] {
+    WriterPlace::Change change;
+    slow.make(change, {kForEver, nullptr, &watch});
+  });
+  ASSERT_TRUE(eventually([&] {
+    return failure([&] { slow.take({kNotAtAll, nullptr}); }) == StoreError::Kind::Busy;
+  }));
+  threads.emplace_back([&] { slow.take({kForEver, nullptr, &watch}); });
+  ASSERT_TRUE(eventually([&] { return slow.waiting() == 1; }));
+  EXPECT_EQ(watch.asked, 0) << "nobody waits for long for a group";
+  threads.emplace_back([&] { slow.take({kForEver, nullptr, &watch}); });
+  ASSERT_TRUE(eventually([&] { return slow.waiting() == 2; }));
+  EXPECT_EQ(watch.waiting, 1);
+  go.set_value();
+  joinAll();
+  EXPECT_EQ(watch.waiting, 0);
+}
+
+TEST_F(WriterPlaceThreads, AWaitThatIsNotAllowedIsNone) {
+  CountingWatch watch;
+  watch.allows = false;
+  const WriterPlace::Hold hold = place.take({kNotAtAll, nullptr});
+  EXPECT_EQ(failure([&] {
+              place.take({kForEver, nullptr, &watch});
+            }),
+            StoreError::Kind::RolledBack);
+  EXPECT_EQ(failure([&] {
+              place.take({kNotAtAll, nullptr, &watch});
+            }),
+            StoreError::Kind::Busy)
+      << "who does not wait is not asked";
+  EXPECT_EQ(watch.asked, 1);
+  EXPECT_EQ(place.waiting(), 0u);
 }
 
 TEST_F(WriterPlaceThreads, TransactionsHaveThePlaceInTheOrderInWhichTheyCame) {

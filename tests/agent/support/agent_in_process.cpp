@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <chrono>
+#include <functional>
 #include <stdexcept>
 #include <thread>
 #include <utility>
@@ -19,6 +20,7 @@
 #include "agent/session/session_registry.h"
 #include "agent/sql/sql_conversions.h"
 #include "agent/store/sqlite/sqlite_engine.h"
+#include "agent/store/sqlite/sqlite_store.h"
 #include "agent/users/logins.h"
 
 namespace nox::agent::test {
@@ -75,17 +77,29 @@ void AgentInProcess::restart() {
 
 Agent& AgentInProcess::agent() { return parts_->agent; }
 
-void AgentInProcess::waitUntilSomebodyWaits() {
+namespace {
+
+void waitUntil(const std::function<bool()>& somebodyWaits) {
   const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(30);
-  for (;;) {
-    const std::vector<HeldLock> held = agent().locks.list("MAIN");
-    if (std::any_of(held.begin(), held.end(),
-                    [](const HeldLock& lock) { return lock.waiting > 0; })) {
-      return;
-    }
+  while (!somebodyWaits()) {
     ASSERT_LT(std::chrono::steady_clock::now(), deadline) << "nobody waits";
     std::this_thread::yield();
   }
+}
+
+}  // namespace
+
+void AgentInProcess::waitUntilSomebodyWaits() {
+  waitUntil([&] {
+    const std::vector<HeldLock> held = agent().locks.list("MAIN");
+    return std::any_of(held.begin(), held.end(),
+                       [](const HeldLock& lock) { return lock.waiting > 0; });
+  });
+}
+
+void AgentInProcess::waitUntilSomebodyWaitsForTheWriter() {
+  auto& store = dynamic_cast<SqliteStore&>(agent().stores.open("MAIN"));
+  waitUntil([&] { return store.writerPlace().waiting() > 0; });
 }
 
 std::unique_ptr<Session> AgentInProcess::newSession(Right right, const std::string& user,

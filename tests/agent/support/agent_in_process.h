@@ -38,6 +38,8 @@ public:
                                       const std::string& account = "MAIN");
   /// Returns when somebody waits for a record of MAIN that another has locked.
   void waitUntilSomebodyWaits();
+  /// Returns when somebody waits for another one who writes to MAIN.
+  void waitUntilSomebodyWaitsForTheWriter();
   /// What is left when the agent is started anew. The sessions have ended, in whatever state.
   void restart();
 
