@@ -4,6 +4,7 @@
 #include <histedit.h>
 #include <poll.h>
 #include <sys/stat.h>
+#include <termios.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -130,6 +131,10 @@ LineEditor::LineEditor(std::function<Completion(const std::string&)> complete)
   el_set(editor, EL_PROMPT, Impl::showPrompt);
   el_set(editor, EL_EDITOR, "emacs");
   el_set(editor, EL_SIGNAL, 0);
+  // The terminal would throw away, at Ctrl-C, what was written and not shown yet, and might do it
+  // so late that the next prompt is a part of that.
+  el_set(editor, EL_SETTY, "-d", "+noflsh", nullptr);
+  el_set(editor, EL_SETTY, "-x", "+noflsh", nullptr);
   el_set(editor, EL_HIST, history, impl_->history.get());
   // The narrow form copies both texts and never frees the copies.
   el_wset(editor, EL_ADDFN, L"nox-complete", L"Complete what was typed", Impl::completeWord);
@@ -155,6 +160,7 @@ LineEditor::Outcome LineEditor::read(const std::string& prompt, std::string& lin
   int count = 0;
   const char* const text = el_gets(impl_->editor.get(), &count);
   if (impl_->interrupted) {
+    dropTyped();
     std::fputs("^C\n", stdout);
     el_reset(impl_->editor.get());
     return Outcome::Interrupted;
@@ -164,6 +170,8 @@ LineEditor::Outcome LineEditor::read(const std::string& prompt, std::string& lin
   while (!line.empty() && (line.back() == '\n' || line.back() == '\r')) line.pop_back();
   return Outcome::Line;
 }
+
+void LineEditor::dropTyped() { tcflush(STDIN_FILENO, TCIFLUSH); }
 
 void LineEditor::remember(const std::string& statement) {
   HistEvent event{};

@@ -24,6 +24,8 @@ public:
   enum class Outcome { Line, End, Interrupted };
   /// The next line, without its line feed.
   Outcome read(const std::string& prompt, std::string& line);
+  /// What was typed and not read: after Ctrl-C nobody means it any more.
+  static void dropTyped();
   /// Keeps a statement for later.
   void remember(const std::string& statement);
 

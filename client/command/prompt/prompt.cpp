@@ -238,6 +238,7 @@ int runPrompt(Context& context) {
     editor.remember(open + line);
     open.clear();
     interpreter.run(*statement);
+    if (Interrupt::pressed()) LineEditor::dropTyped();
     Interrupt::clear();
     names.forget();
   }
