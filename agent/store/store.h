@@ -186,8 +186,8 @@ struct CatalogRows {
   std::vector<std::vector<std::optional<std::string>>> rows;
 };
 
-/// Told by a session of the store when its transaction waits for others that write, and when it
-/// keeps them waiting, so that waits are found that lead through the store back to the one who
+/// Told by a session of the store when it waits for a transaction that writes, and when its own
+/// keeps others waiting, so that waits are found that lead through the store back to the one who
 /// waits. Called by the session's thread; the implementation does not call the store.
 class WriterWatch {
 public:
@@ -207,7 +207,8 @@ public:
   /// Rolls back what is open.
   virtual ~StoreSession() = default;
 
-  /// Borrowed; null: nobody watches. A wait that it does not allow ends as RolledBack.
+  /// Borrowed; null: nobody watches. A wait that it does not allow is not begun: RolledBack is
+  /// thrown, also where no transaction is open.
   virtual void setWatch(WriterWatch* watch) = 0;
 
   /// How long writes wait for another writer.
