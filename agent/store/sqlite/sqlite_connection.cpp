@@ -8,6 +8,7 @@
 #include <sqlite3.h>
 
 #include "agent/store/sqlite/connection_pool.h"
+#include "agent/store/sqlite/gathered_log.h"
 #include "agent/store/sqlite/sqlite_error.h"
 
 namespace nox::agent {
@@ -65,20 +66,21 @@ void SqliteConnection::CloseDatabase::operator()(sqlite3* db) const noexcept {
 }
 
 std::unique_ptr<sqlite3, SqliteConnection::CloseDatabase> SqliteConnection::open(
-    const std::string& file) {
+    const ConnectionOptions& options) {
   configureOnce();
   sqlite3* opened = nullptr;
   const int code =
-      sqlite3_open_v2(file.c_str(), &opened,
-                      SQLITE_OPEN_READWRITE | SQLITE_OPEN_NOMUTEX | SQLITE_OPEN_EXRESCODE, nullptr);
+      sqlite3_open_v2(options.file.c_str(), &opened,
+                      SQLITE_OPEN_READWRITE | SQLITE_OPEN_NOMUTEX | SQLITE_OPEN_EXRESCODE,
+                      options.synchronousFull ? GatheredLog::vfsName() : nullptr);
   // There is one to close even when it could not be opened.
   std::unique_ptr<sqlite3, CloseDatabase> db(opened);
-  if (code != SQLITE_OK) throw storeError(opened, code, file);
+  if (code != SQLITE_OK) throw storeError(opened, code, options.file);
   return db;
 }
 
 SqliteConnection::SqliteConnection(const ConnectionOptions& options, ConnectionPool* pool)
-    : db_(open(options.file)), snapshot_(db_.get()), pool_(pool) {
+    : db_(open(options)), snapshot_(db_.get()), pool_(pool) {
   sqlite3* const db = handle();
   sqlite3_busy_timeout(db, static_cast<int>(std::chrono::milliseconds(kReaderPatience).count()));
   setting(db, SQLITE_DBCONFIG_DEFENSIVE, 1);
@@ -275,6 +277,7 @@ void SqliteConnection::beginWriting(std::chrono::milliseconds wait) {
 
 void SqliteConnection::commit() {
   try {
+    const GatheredLog::Commit gathered(handle());
     kept("COMMIT").run();
   } catch (...) {
     rollback();

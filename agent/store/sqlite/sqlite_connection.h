@@ -177,7 +177,7 @@ private:
   struct CloseDatabase {
     void operator()(sqlite3* db) const noexcept;
   };
-  static std::unique_ptr<sqlite3, CloseDatabase> open(const std::string& file);
+  static std::unique_ptr<sqlite3, CloseDatabase> open(const ConnectionOptions& options);
   /// What is kept for one file; the statements by part and action.
   struct KeptFile {
     std::string name;
