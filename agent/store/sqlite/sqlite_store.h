@@ -25,7 +25,7 @@ public:
 
   explicit StoreChange(Extent extent) : extent_(extent) {}
   Extent extent() const { return extent_; }
-  /// In the thread of any of those who wait for a change.
+  /// In the thread of who waits for it, or in another.
   virtual void run(SqliteConnection& connection) = 0;
 
 private:

@@ -1,11 +1,14 @@
 #include "agent/store/sqlite/writer_place.h"
 
+#include <pthread.h>
 #include <semaphore.h>
 
 #include <algorithm>
 #include <atomic>
 #include <cerrno>
 #include <ctime>
+#include <string>
+#include <system_error>
 #include <thread>
 
 #include "agent/store/store.h"
@@ -16,16 +19,16 @@ namespace {
 
 constexpr std::size_t kMostTogether = 256;  // changes in one commit
 
-// The first of a group waits for those who were there a moment ago, at most for as long as a group
-// takes: they come back when their clients have read the last answers, and one that comes just too
-// late waits for two commits instead of one.
+// A group waits for those who were there a moment ago, at most for as long as it takes itself: they
+// come back when their clients have read the last answers, and one that comes just too late waits
+// for two commits instead of one.
 constexpr std::chrono::milliseconds kLongestGathering{2};
-// Where a group takes less than they take to come back, two groups by turns do more.
-constexpr std::chrono::microseconds kWorthGathering{400};
+// Where a group takes little more than they take to come back, two groups by turns do more.
+constexpr std::chrono::microseconds kWorthGathering{250};
 
 // To wake a thread takes a good part of the time in which a fast disk synchronises. Where a group
-// takes no longer than this, a few of those who wait for it stay awake, for as long at most;
-// whoever else can run goes first.
+// takes no longer than this, who makes it and a few of those who wait for it stay awake, for as
+// long at most; whoever else can run goes first.
 constexpr std::chrono::milliseconds kShortGroup{1};
 constexpr int kMostAwake = 8;
 
@@ -78,7 +81,7 @@ private:
 struct WriterPlace::Waiter {
   enum class Turn {
     Waiting,
-    IsServed,     // somebody else makes the change
+    IsServed,     // its change is being made
     Done,         // its change was made
     HasPlace,     // the place is its own
     Interrupted,  // it waits no longer
@@ -122,9 +125,32 @@ private:
 
 }  // namespace
 
-WriterPlace::WriterPlace(MakeChanges makeChanges) : makeChanges_(std::move(makeChanges)) {
+/// The thread that makes groups.
+struct WriterPlace::Maker {
+  Alarm called;    // it has the place
+  Alarm gathered;  // it waits for others no more
+  std::thread thread;
+};
+
+WriterPlace::WriterPlace(MakeChanges makeChanges)
+    : makeChanges_(std::move(makeChanges)), maker_(std::make_unique<Maker>()) {
   // It does not grow later: nothing that has the place fails for want of memory.
   together_.reserve(kMostTogether);
+  try {
+    maker_->thread = std::thread([this] { makeGroups(); });
+  } catch (const std::system_error& error) {
+    throw StoreError(StoreError::Kind::Failed, std::string("no thread to write: ") + error.what());
+  }
+  pthread_setname_np(maker_->thread.native_handle(), "noxd-writer");
+}
+
+WriterPlace::~WriterPlace() {
+  {
+    const std::lock_guard<std::mutex> lock(mutex_);
+    isOver_ = true;
+  }
+  maker_->called.raise();
+  maker_->thread.join();
 }
 
 WriterPlace::Hold WriterPlace::take(const Patience& patience) {
@@ -139,28 +165,32 @@ WriterPlace::Hold WriterPlace::take(const Patience& patience) {
 }
 
 void WriterPlace::make(Change& change, const Patience& patience) {
-  makeTogether(change, patience);
+  std::unique_lock<std::mutex> lock(mutex_);
+  if (!taken_ && (patience.wait.count() == 0 || !areOthersExpected())) {
+    makeAlone(lock, change);
+  } else {
+    Waiter waiter(&change, patience.control);
+    await(lock, waiter, patience);
+  }
   if (change.error) std::rethrow_exception(change.error);
 }
 
-void WriterPlace::makeTogether(Change& change, const Patience& patience) {
-  std::unique_lock<std::mutex> lock(mutex_);
-  if (gathering_ != nullptr && changesInLine_ + 2 >= expected_) {
-    // This is the last one of those who were expected. It is awake, so it leads.
-    return lead(lock, change, std::exchange(gathering_, nullptr));
-  }
-  Waiter waiter(&change, patience.control);
-  if (!taken_) {
-    taken_ = true;
-    isGroups_ = true;
-  } else {
-    if (!await(lock, waiter, patience)) return;
-    lock.lock();
-  }
-  if (gather(lock, waiter)) lead(lock, change, nullptr);
+void WriterPlace::makeAlone(std::unique_lock<std::mutex>& lock, Change& change) {
+  taken_ = true;
+  isGroups_ = true;
+  const bool isComplete = expected_ <= 1;
+  const Clock::time_point start = Clock::now();
+  together_.assign(1, &change);
+  lock.unlock();
+  makeChanges_(together_);
+  lock.lock();
+  noteGroup(1, isComplete, Clock::now() - start);
+  Alarm* const next = passOn();
+  lock.unlock();
+  if (next != nullptr) next->raise();
 }
 
-bool WriterPlace::await(std::unique_lock<std::mutex>& lock, Waiter& waiter,
+void WriterPlace::await(std::unique_lock<std::mutex>& lock, Waiter& waiter,
                         const Patience& patience) {
   using Turn = Waiter::Turn;
   const RunControl* control = patience.control;
@@ -169,14 +199,16 @@ bool WriterPlace::await(std::unique_lock<std::mutex>& lock, Waiter& waiter,
   const bool deadlineIsFirst =
       control != nullptr && control->deadline && *control->deadline < enough;
   if (control != nullptr && control->interrupted) throwInterrupted();
-  const bool isBehindTransaction = !isGroups_ || line_.size() > changesInLine_;
+  const bool isBehindTransaction = taken_ && (!isGroups_ || line_.size() > changesInLine_);
   const bool isWatched = isBehindTransaction && patience.wait.count() > 0;
   const WatchedWait watched(isWatched ? patience.watch : nullptr);
 
   line_.push_back(&waiter);
   if (waiter.change != nullptr) ++changesInLine_;
+  Alarm* const toRaise = taken_ ? endGathering() : passOn();
   const Clock::duration awake = timeAwake();
   lock.unlock();
+  if (toRaise != nullptr) toRaise->raise();
   if (!waitFor(waiter.alarm, deadlineIsFirst ? *control->deadline : enough, awake)) {
     lock.lock();
     if (waiter.turn.load(std::memory_order_relaxed) == Turn::Waiting) {
@@ -188,9 +220,7 @@ bool WriterPlace::await(std::unique_lock<std::mutex>& lock, Waiter& waiter,
     // Its turn has just come, or its change is being made and has an outcome, for which it waits.
     waiter.alarm.sleep();
   }
-  const Turn turn = waiter.turn.load(std::memory_order_acquire);
-  if (turn == Turn::Interrupted) throwInterrupted();
-  return turn == Turn::HasPlace;
+  if (waiter.turn.load(std::memory_order_acquire) == Turn::Interrupted) throwInterrupted();
 }
 
 WriterPlace::Clock::duration WriterPlace::timeAwake() const {
@@ -214,6 +244,11 @@ void WriterPlace::throwInterrupted() {
 void WriterPlace::remove(Waiter& waiter) {
   line_.erase(std::find(line_.begin(), line_.end(), &waiter));
   left(waiter, Clock::now());
+  Alarm* const gathering = endGathering();
+  if (gathering == nullptr) return;
+  // Nobody is left for whom the place is kept.
+  gathering->raise();
+  if (Alarm* const next = passOn(); next != nullptr) next->raise();
 }
 
 void WriterPlace::left(const Waiter& waiter, Clock::time_point now) {
@@ -221,80 +256,112 @@ void WriterPlace::left(const Waiter& waiter, Clock::time_point now) {
   waited_ += now - waiter.since;
 }
 
-bool WriterPlace::gather(std::unique_lock<std::mutex>& lock, Waiter& waiter) {
-  if (changesInLine_ + 1 >= expected_ || !isWorthWaiting_ || lastDuration_ < kWorthGathering)
-    return true;
-  const auto time = std::min<Clock::duration>(lastDuration_, kLongestGathering);
-  gathering_ = &waiter;
-  const Clock::duration awake = timeAwake();
-  lock.unlock();
-  if (!waitFor(waiter.alarm, Clock::now() + time, awake)) {
-    lock.lock();
-    if (gathering_ == &waiter) {
-      gathering_ = nullptr;
-      return true;
-    }
+// Groups.
+
+void WriterPlace::makeGroups() {
+  std::unique_lock<std::mutex> lock(mutex_);
+  while (!isOver_) {
+    const Clock::duration awake = lastDuration_ <= kShortGroup ? kShortGroup : Clock::duration{};
     lock.unlock();
-    waiter.alarm.sleep();
+    if (!maker_->called.lookUntil(Clock::now() + awake)) maker_->called.sleep();
+    lock.lock();
+    if (isOver_) return;
+    for (bool hasPlace = true; hasPlace;) {
+      if (!gather(lock)) break;
+      Waiter* served = makeGroup(lock);
+      hasPlace = isChangeNext();
+      // Before anybody is answered: who comes again then finds the place free.
+      Alarm* const next = hasPlace ? nullptr : passOn();
+      lock.unlock();
+      if (next != nullptr) next->raise();
+      while (served != nullptr) std::exchange(served, served->nextServed)->wake(Waiter::Turn::Done);
+      lock.lock();
+    }
   }
-  return waiter.turn.load(std::memory_order_acquire) != Waiter::Turn::Done;
 }
 
-void WriterPlace::lead(std::unique_lock<std::mutex>& lock, Change& own, Waiter* gathered) {
+bool WriterPlace::areOthersExpected() const {
+  return changesInLine_ < expected_ && expected_ > 1 && isWorthWaiting_ &&
+         lastDuration_ >= kWorthGathering;
+}
+
+bool WriterPlace::gather(std::unique_lock<std::mutex>& lock) {
+  if (changesInLine_ == 0 || !areOthersExpected()) return true;
+  gathering_ = Gathering::Goes;
+  const auto time = std::min<Clock::duration>(lastDuration_, kLongestGathering);
+  const Clock::duration awake = timeAwake();
+  lock.unlock();
+  const bool isRaised = waitFor(maker_->gathered, Clock::now() + time, awake);
+  lock.lock();
+  if (!isRaised && gathering_ != Gathering::Goes) {
+    lock.unlock();
+    maker_->gathered.sleep();  // it is raised just now
+    lock.lock();
+  }
+  return std::exchange(gathering_, Gathering::None) != Gathering::GivenUp;
+}
+
+WriterPlace::Alarm* WriterPlace::endGathering() {
+  if (gathering_ != Gathering::Goes) return nullptr;
+  if (changesInLine_ > 0 && changesInLine_ < expected_) return nullptr;
+  gathering_ = changesInLine_ > 0 ? Gathering::IsComplete : Gathering::GivenUp;
+  return &maker_->gathered;
+}
+
+WriterPlace::Waiter* WriterPlace::makeGroup(std::unique_lock<std::mutex>& lock) {
   const Clock::time_point start = Clock::now();
-  together_.assign(1, &own);
+  together_.clear();
   Waiter* served = nullptr;
-  const auto serve = [&](Waiter& waiter) {
-    waiter.turn.store(Waiter::Turn::IsServed, std::memory_order_relaxed);
-    together_.push_back(waiter.change);
-    waiter.nextServed = std::exchange(served, &waiter);
-  };
-  if (gathered != nullptr) serve(*gathered);
+  Waiter** last = &served;
   const auto isTaken = [&](Waiter* waiter) {
     if (waiter->change == nullptr || together_.size() == kMostTogether) return false;
-    serve(*waiter);
+    waiter->turn.store(Waiter::Turn::IsServed, std::memory_order_relaxed);
+    together_.push_back(waiter->change);
+    *last = waiter;
+    last = &waiter->nextServed;
     left(*waiter, start);
     return true;
   };
   line_.erase(std::remove_if(line_.begin(), line_.end(), isTaken), line_.end());
+  if (together_.empty()) return nullptr;
   const bool isComplete = together_.size() + changesInLine_ >= expected_;
-
   lock.unlock();
   makeChanges_(together_);
   lock.lock();
+  noteGroup(together_.size(), isComplete, Clock::now() - start);
+  return served;
+}
 
-  lastDuration_ = Clock::now() - start;
-  const std::size_t present = together_.size() + changesInLine_;
+void WriterPlace::noteGroup(std::size_t changes, bool isComplete, Clock::duration took) {
+  lastDuration_ = took;
+  const std::size_t present = changes + changesInLine_;
   isWorthWaiting_ = isComplete || (!isWorthWaiting_ && present >= expected_);
   expected_ = present;
-  Waiter* const next = passOn();
-  lock.unlock();
-  // The next one first: while it works, those that were served can ask for more.
-  if (next != nullptr) next->wake(Waiter::Turn::HasPlace);
-  while (served != nullptr) std::exchange(served, served->nextServed)->wake(Waiter::Turn::Done);
 }
 
 void WriterPlace::leave() {
-  Waiter* next = nullptr;
+  Alarm* next = nullptr;
   {
     const std::lock_guard<std::mutex> lock(mutex_);
     next = passOn();
   }
-  if (next != nullptr) next->wake(Waiter::Turn::HasPlace);
+  if (next != nullptr) next->raise();
 }
 
-WriterPlace::Waiter* WriterPlace::passOn() {
-  if (line_.empty()) {
-    taken_ = false;
-    isGroups_ = false;
-    return nullptr;
-  }
+bool WriterPlace::isChangeNext() const {
+  return !line_.empty() && line_.front()->change != nullptr;
+}
+
+WriterPlace::Alarm* WriterPlace::passOn() {
+  taken_ = !line_.empty();
+  isGroups_ = isChangeNext();
+  if (!taken_) return nullptr;
+  if (isGroups_) return &maker_->called;
   Waiter* const next = line_.front();
-  isGroups_ = next->change != nullptr;
   line_.pop_front();
-  next->turn.store(Waiter::Turn::HasPlace, std::memory_order_relaxed);
+  next->turn.store(Waiter::Turn::HasPlace, std::memory_order_release);
   left(*next, Clock::now());
-  return next;
+  return &next->alarm;
 }
 
 void WriterPlace::wake(const RunControl& control) {

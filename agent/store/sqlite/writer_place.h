@@ -7,6 +7,7 @@
 #include <deque>
 #include <exception>
 #include <functional>
+#include <memory>
 #include <mutex>
 #include <utility>
 #include <vector>
@@ -26,8 +27,11 @@ struct Patience {
 };
 
 /// A database has one writer at a time. Those who come while there is one wait in a line; a
-/// transaction has the place for itself, while all the single changes that wait are made together
-/// by the first of them: that is one commit, and one synchronisation of the disk. Safe for threads.
+/// transaction has the place for itself, while all the single changes that wait are made together:
+/// that is one commit, and one synchronisation of the disk. A thread of the place's own makes them,
+/// since whoever of those who wait did it would answer its own client only after the next group, or
+/// leave the place free until another thread has woken up. A change that finds the place free is
+/// made at once by the one who brings it. Safe for threads.
 class WriterPlace {
 public:
   using Clock = std::chrono::steady_clock;
@@ -44,10 +48,13 @@ public:
     std::exception_ptr error;
   };
   /// Makes the changes and commits them. What fails is noted in the changes' `error`; the function
-  /// itself throws nothing. Runs in the thread of one of the changes.
+  /// itself throws nothing. Runs in the place's own thread, or in that of a change that is alone.
   using MakeChanges = std::function<void(const std::vector<Change*>&)>;
 
+  /// Throws StoreError when there is no thread to be had.
   explicit WriterPlace(MakeChanges makeChanges);
+  /// Nobody may wait any more.
+  ~WriterPlace();
   WriterPlace(const WriterPlace&) = delete;
   WriterPlace& operator=(const WriterPlace&) = delete;
 
@@ -85,27 +92,39 @@ public:
 
 private:
   class Alarm;
+  struct Maker;
   struct Waiter;
 
-  /// Returns, without the lock, whether the waiter has the place now; if not, its change was made.
-  bool await(std::unique_lock<std::mutex>& lock, Waiter& waiter, const Patience& patience);
+  /// Waits in the line. Returns, without the lock, when the waiter has the place, or its change was
+  /// made.
+  void await(std::unique_lock<std::mutex>& lock, Waiter& waiter, const Patience& patience);
   /// How long someone who begins to wait stays awake. With the lock.
   Clock::duration timeAwake() const;
   /// Until the alarm is raised; false when `end` came first.
   bool waitFor(Alarm& alarm, Clock::time_point end, Clock::duration awake);
   [[noreturn]] static void throwInterrupted();
-  void makeTogether(Change& change, const Patience& patience);
-  /// Waits a moment for those who were there a moment ago. False, without the lock, when the last
-  /// of them has made the waiter's change.
-  bool gather(std::unique_lock<std::mutex>& lock, Waiter& waiter);
-  /// Makes one's own change, that of the one who gathered, and all others that wait, and passes the
-  /// place on. Returns without the lock.
-  void lead(std::unique_lock<std::mutex>& lock, Change& own, Waiter* gathered);
+  /// Makes a change where the place is free. Returns without the lock.
+  void makeAlone(std::unique_lock<std::mutex>& lock, Change& change);
   void leave();
 
+  // In the thread that makes groups.
+  void makeGroups();
+  /// Waits a moment for those who were there a moment ago. False when it has not the place any
+  /// more, since nobody was left.
+  bool gather(std::unique_lock<std::mutex>& lock);
+  /// Makes all the changes that wait. Returns who is to be told, a chain.
+  Waiter* makeGroup(std::unique_lock<std::mutex>& lock);
+
   // With the lock.
-  /// Returns who is to be woken, without the lock: it has the place.
-  Waiter* passOn();
+  /// Whether a first change should wait for those who were there a moment ago.
+  bool areOthersExpected() const;
+  /// What the next ones go by. `isComplete`: all who were expected have come before it was made.
+  void noteGroup(std::size_t changes, bool isComplete, Clock::duration took);
+  bool isChangeNext() const;
+  /// After someone has come or gone: what is to be raised where there is no more to wait for.
+  Alarm* endGathering();
+  /// Returns whom to tell, without the lock, that it has the place.
+  Alarm* passOn();
   void remove(Waiter& waiter);
   /// The waiter is no longer in the line.
   void left(const Waiter& waiter, Clock::time_point now);
@@ -113,20 +132,24 @@ private:
   const MakeChanges makeChanges_;
   mutable std::mutex mutex_;
   bool taken_ = false;
-  bool isGroups_ = false;  // by one who makes changes, or is about to
+  bool isGroups_ = false;  // for changes
   std::deque<Waiter*> line_;
   std::size_t changesInLine_ = 0;
   Clock::duration waited_{};
   std::atomic<int> awake_{0};  // of those who wait
 
   // The group.
-  Waiter* gathering_ = nullptr;  // has the place and waits for the others
-  std::size_t expected_ = 0;     // how many changes there were at the end of the last group
-  // Whether those who were expected last have come: while somebody gathered, or, where nobody did,
-  // before the group was made.
+  std::size_t expected_ = 0;  // how many changes there were at the end of the last group
+  // Whether those who were expected last have come: while they were waited for, or, where nobody
+  // waited, before the group was made.
   bool isWorthWaiting_ = true;
+  enum class Gathering { None, Goes, IsComplete, GivenUp };
+  Gathering gathering_ = Gathering::None;
   Clock::duration lastDuration_{};
-  std::vector<Change*> together_;
+  std::vector<Change*> together_;  // belongs to who has the place
+
+  bool isOver_ = false;
+  const std::unique_ptr<Maker> maker_;
 };
 
 }  // namespace nox::agent

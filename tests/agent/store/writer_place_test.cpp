@@ -261,6 +261,49 @@ TEST_P(WriterPlaceOnDiskThreads, AGroupThatDoesNotComeBackIsNotWaitedForInVain) 
   EXPECT_THAT(done, ElementsAre("abc", "d", "e"));
 }
 
+TEST_F(WriterPlaceThreads, WhoeverWasAnsweredFindsThePlaceFree) {
+  std::atomic<int> refused{0};
+  for (int round = 0; round < 100; ++round) {
+    {
+      const WriterPlace::Hold hold = place.take({kNotAtAll, nullptr});
+      startAndQueue(1, [&] {
+        Named change("a");
+        place.make(change, {kForEver, nullptr});
+        if (failure([&] { place.take({kNotAtAll, nullptr}); })) ++refused;
+      });
+    }
+    joinAll();
+  }
+  EXPECT_EQ(refused, 0);
+}
+
+TEST_F(WriterPlaceThreads, WhenNobodyWaitsAnyMoreThePlaceIsNotKeptForOthers) {
+  WriterPlace slow([&](const std::vector<WriterPlace::Change*>&) {
+    std::this_thread::sleep_for(std::chrono::milliseconds(3));
+  });
+  {
+    const WriterPlace::Hold hold = slow.take({kNotAtAll, nullptr});
+    for (std::size_t i = 0; i < 2; ++i) {
+      threads.emplace_back([&] {
+        WriterPlace::Change change;
+        slow.make(change, {kForEver, nullptr});
+      });
+      ASSERT_TRUE(eventually([&] { return slow.waiting() == i + 1; }));
+    }
+  }
+  joinAll();
+  // The other one is waited for, and this one ends its wait before it would come.
+  RunControl control;
+  control.deadline = std::chrono::steady_clock::now() + std::chrono::microseconds(100);
+  WriterPlace::Change change;
+  EXPECT_EQ(failure([&] {
+              slow.make(change, {kForEver, &control});
+            }),
+            StoreError::Kind::Interrupted);
+  const WriterPlace::Hold hold = slow.take({kNotAtAll, nullptr});
+  EXPECT_TRUE(hold);
+}
+
 TEST_F(WriterPlaceThreads, AWaitForATransactionIsWatchedUntilItEnds) {
   CountingWatch watch;
   {
