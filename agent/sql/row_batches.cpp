@@ -27,35 +27,60 @@ RowBatches::RowBatches(SqlRows& source, Bounds bounds)
       mostBytes_(bounds.frameCap - kReplyOverhead),
       prepared_(std::make_unique<EncodedRows>()) {}
 
-void RowBatches::advance() {
-  row_ = nullptr;
+/// Puts rows into a batch until there is what was asked for.
+class RowBatches::Filling : public SqlRowTaker {
+public:
+  Filling(RowBatches& batches, EncodedRows& batch, std::size_t rows)
+      : batches_(batches), batch_(batch), rows_(rows) {}
+  /// No longer than until then, and no more than what is worth being read ahead.
+  void aheadUntil(std::chrono::steady_clock::time_point end) { end_ = end; }
+
+  bool take(const SqlRow& row) override { return batches_.add(batch_, row) && wantsMore(); }
+  bool wantsMore() {
+    if (batch_.count() >= rows_) return false;
+    if (!end_) return true;
+    if (batch_.bytes() >= kMostBytesAhead) return false;
+    return ++added_ % kRowsBetweenLooksAtTheClock != 0 || std::chrono::steady_clock::now() <= *end_;
+  }
+
+private:
+  RowBatches& batches_;
+  EncodedRows& batch_;
+  const std::size_t rows_;
+  std::optional<std::chrono::steady_clock::time_point> end_;
+  unsigned int added_ = 0;
+};
+
+void RowBatches::fill(Filling filling) {
+  if (readUp_ || !filling.wantsMore()) return;
+  if (row_ && !filling.take(*std::exchange(row_, nullptr))) return;
   try {
-    row_ = source_.next();
+    readUp_ = !source_.give(filling);
   } catch (const StoreError& error) {
+    readUp_ = true;
     try {
       throwAsSqlFailure(error);
     } catch (const Failure& failure) {
       failure_ = failure;
     }
   }
-  readUp_ = !row_;
+  if (!failure_ || readUp_) return;
+  readUp_ = true;
+  source_.close();
 }
 
-bool RowBatches::addNext(EncodedRows& batch) {
-  if (readUp_) return false;
-  if (!row_) advance();
-  if (!row_) return false;
-  const std::size_t size = EncodedRows::sizeOf(*row_, null_);
+bool RowBatches::add(EncodedRows& batch, const SqlRow& row) {
+  const std::size_t size = EncodedRows::sizeOf(row, null_);
   if (size > mostBytes_) {
     failure_.emplace("22", "001",
                      "a row of " + std::to_string(size) + " bytes is larger than a frame may be");
-    readUp_ = true;
-    source_.close();
     return false;
   }
-  if (batch.bytes() + size > mostBytes_) return false;
-  batch.add(*row_, null_);
-  row_ = nullptr;
+  if (batch.bytes() + size > mostBytes_) {
+    row_ = &row;
+    return false;
+  }
+  batch.add(row, null_, size);
   return true;
 }
 
@@ -66,8 +91,7 @@ std::unique_ptr<EncodedRows> RowBatches::take(std::size_t rows) {
     return batch;
   }
   batch.swap(prepared_);
-  while (batch->count() < rows && addNext(*batch)) {
-  }
+  fill({*this, *batch, rows});
   if (batch->count() == 0 && failure_) throw Failure(*std::exchange(failure_, std::nullopt));
   usualBytes_ = batch->bytes();
   return batch;
@@ -75,13 +99,9 @@ std::unique_ptr<EncodedRows> RowBatches::take(std::size_t rows) {
 
 void RowBatches::prepare(std::size_t rows, std::chrono::steady_clock::time_point until) {
   if (prepared_->count() == 0) prepared_->reserve(usualBytes_);
-  unsigned int added = 0;
-  while (prepared_->count() < rows && prepared_->bytes() < kMostBytesAhead) {
-    if (++added % kRowsBetweenLooksAtTheClock == 0 && std::chrono::steady_clock::now() > until) {
-      return;
-    }
-    if (!addNext(*prepared_)) return;
-  }
+  Filling filling(*this, *prepared_, rows);
+  filling.aheadUntil(until);
+  fill(filling);
 }
 
 }  // namespace nox::agent

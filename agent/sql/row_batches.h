@@ -34,10 +34,13 @@ public:
   bool isReadUp() const { return readUp_; }
 
 private:
-  /// Adds the next row of the source; false where there is none or it does not fit.
-  bool addNext(EncodedRows& batch);
-  /// Moves to the next row, keeps a failure for the time when the rows before it are gone.
-  void advance();
+  class Filling;
+
+  /// Adds rows of the source as long as `filling` wants them. Keeps a failure for the time when the
+  /// rows before it are gone.
+  void fill(Filling filling);
+  /// False where the row does not fit.
+  bool add(EncodedRows& batch, const SqlRow& row);
 
   SqlRows& source_;
   const std::string_view null_;

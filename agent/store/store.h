@@ -143,7 +143,14 @@ struct SqlColumn {
 /// The values of a row in the order of the columns, as UTF-8 text or bytes; nothing for null.
 using SqlRow = std::vector<std::optional<std::string_view>>;
 
-/// Belongs to its session's thread, and ends before its session.
+/// Takes rows, one after the other.
+class SqlRowTaker {
+public:
+  virtual ~SqlRowTaker() = default;
+  /// False: no more for now. The row is valid until its source is asked again.
+  virtual bool take(const SqlRow& row) = 0;
+};
+
 /// Rows that are read one after the other.
 class SqlRows {
 public:
@@ -151,6 +158,14 @@ public:
   /// The next row, null behind the last. It is valid until the next call. What fails or ends has
   /// closed itself.
   virtual const SqlRow* next() = 0;
+  /// Gives the next rows to `taker`, until it wants no more; false behind the last. The taker does
+  /// not use the source meanwhile. Less work for many rows than `next`.
+  virtual bool give(SqlRowTaker& taker) {
+    while (const SqlRow* const row = next()) {
+      if (!taker.take(*row)) return true;
+    }
+    return false;
+  }
   /// Gives up what is held open for the rows that are left.
   virtual void close() = 0;
 };

@@ -174,14 +174,16 @@ void ClientStatements::giveBack(std::unique_ptr<ClientStatement> statement) noex
   if (kept_.size() > kMostKept) kept_.pop_back();
 }
 
-bool ClientStatements::step(ClientStatement& statement) {
-  const SqliteConnection::ClientSql client(connection_);
-  running_ = true;
+ClientStatements::Run::Run(ClientStatements& statements)
+    : statements_(statements), client_(statements.connection_) {
+  statements_.running_ = true;
+}
+
+bool ClientStatements::Run::step(ClientStatement& statement) {
   const int code = sqlite3_step(statement.handle.get());
-  running_ = false;
   if (code == SQLITE_ROW) return true;
   if (code == SQLITE_DONE) return false;
-  throw error(code, false);
+  throw statements_.error(code, false);
 }
 
 StoreError ClientStatements::error(int code, bool preparing) {

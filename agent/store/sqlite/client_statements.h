@@ -66,8 +66,20 @@ public:
   /// All the tables that a file has for SQL; the first is its own.
   std::vector<FileTable> tablesOf(const std::string& file, std::int64_t number);
 
-  /// True with a row, false at the end.
-  bool step(ClientStatement& statement);
+  /// While it lives, statements of clients run.
+  class Run {
+  public:
+    explicit Run(ClientStatements& statements);
+    ~Run() { statements_.running_ = false; }
+    Run(const Run&) = delete;
+    Run& operator=(const Run&) = delete;
+    /// True with a row, false at the end.
+    bool step(ClientStatement& statement);
+
+  private:
+    ClientStatements& statements_;
+    const SqliteConnection::ClientSql client_;
+  };
 
   /// What an authorizer answers.
   int authorize(int action, const char* first, const char* second, const char* database);

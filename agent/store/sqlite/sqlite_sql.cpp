@@ -268,7 +268,7 @@ void SqliteSqlStatement::read(const std::vector<SqlValue>& values) {
   Borrowed statement(*lease, sql_);
   bind(*lease, statement.handle(), values);
   // With the first row begins what the query sees.
-  if (!ClientStatements::of(*lease).step(*statement)) return;
+  if (!ClientStatements::Run(ClientStatements::of(*lease)).step(*statement)) return;
   statement_ = statement.keep();
   lease_ = std::move(lease);
   atFirst_ = true;
@@ -277,11 +277,11 @@ void SqliteSqlStatement::read(const std::vector<SqlValue>& values) {
 void SqliteSqlStatement::write(const std::vector<SqlValue>& values) {
   SqliteSession::Write write(session_);
   {
-    ClientStatements& statements = ClientStatements::of(write.connection());
     Borrowed statement(write.connection(), sql_);
     bind(write.connection(), statement.handle(), values);
     std::size_t bytes = 0;
-    while (statements.step(*statement)) {
+    ClientStatements::Run run(ClientStatements::of(write.connection()));
+    while (run.step(*statement)) {
       ReturnedRow& row = returned_.emplace_back();
       for (const std::optional<std::string_view>& value : *rowOf(*statement)) {
         row.emplace_back();
@@ -309,10 +309,20 @@ const SqlRow* SqliteSqlStatement::rowOf(ClientStatement& statement) {
   const auto count = static_cast<std::size_t>(sqlite3_column_count(handle));
   row_.resize(count);
   numbers_.resize(count);
+  holdsBytes_.resize(count);
   for (std::size_t i = 0; i < count; ++i) {
     // One look-up of the value; the connection is this thread's.
     sqlite3_value* const value = sqlite3_column_value(handle, static_cast<int>(i));
-    switch (sqlite3_value_type(value)) {
+    if (holdsBytes_[i] != 0) {
+      // As in the row before, most likely. A number among texts is made a text by this.
+      if (const void* const data = sqlite3_value_blob(value)) {
+        row_[i] = bytesOf(data, value);
+        continue;
+      }
+    }
+    const int type = sqlite3_value_type(value);
+    holdsBytes_[i] = type == SQLITE_TEXT || type == SQLITE_BLOB;
+    switch (type) {
       case SQLITE_NULL:
         row_[i].reset();
         break;
@@ -343,14 +353,31 @@ const SqlRow* SqliteSqlStatement::next() {
   }
   if (!statement_) return nullptr;
   try {
-    if (std::exchange(atFirst_, false) || ClientStatements::of(*lease_).step(*statement_))
+    if (std::exchange(atFirst_, false) ||
+        ClientStatements::Run(ClientStatements::of(*lease_)).step(*statement_)) {
       return rowOf(*statement_);
+    }
   } catch (...) {
     close();
     throw;
   }
   close();
   return nullptr;
+}
+
+bool SqliteSqlStatement::give(SqlRowTaker& taker) {
+  if (!statement_) return SqlStatement::give(taker);
+  try {
+    ClientStatements::Run run(ClientStatements::of(*lease_));
+    while (std::exchange(atFirst_, false) || run.step(*statement_)) {
+      if (!taker.take(*rowOf(*statement_))) return true;
+    }
+  } catch (...) {
+    close();
+    throw;
+  }
+  close();
+  return false;
 }
 
 void SqliteSqlStatement::close() {

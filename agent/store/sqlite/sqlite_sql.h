@@ -33,6 +33,7 @@ public:
   void execute(const std::vector<SqlValue>& values) override;
   std::int64_t changes() override { return changes_; }
   const SqlRow* next() override;
+  bool give(SqlRowTaker& taker) override;
   bool isOverWithTransaction() override { return overWithTransaction_; }
   void close() override;
 
@@ -65,7 +66,8 @@ private:
   std::unique_ptr<ClientStatement> statement_;
   bool atFirst_ = false;  // the first row was fetched, and not asked for yet
   SqlRow row_;
-  std::vector<Number> numbers_;  // the texts of numbers in the row
+  std::vector<Number> numbers_;   // the texts of numbers in the row
+  std::vector<char> holdsBytes_;  // whether the column did in the row before
 
   // What a writing statement has returned, the first row last.
   std::vector<ReturnedRow> returned_;

@@ -1,6 +1,7 @@
 #include "agent/sql/row_batches.h"
 
 #include <algorithm>
+#include <vector>
 
 #include "agent/failure.h"
 #include "tests/agent/sql/sql_fixture.h"
@@ -92,6 +93,19 @@ TEST(EncodedRows, TravelAsTheRowsOfAnySet) {
   const std::string frame = frameOf(encoded);
   EXPECT_EQ(frame, frameOf(plain));
   EXPECT_EQ(frame.size() - frameOf(*std::make_unique<EncodedRows>()).size(), bytes);
+}
+
+TEST(EncodedRows, AValueOfAnyLengthTravelsWhole) {
+  const std::string alphabet = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz";
+  EncodedRows encoded;
+  std::string expected;
+  for (std::size_t length = 0; length <= alphabet.size(); ++length) {
+    // On the heap and no longer than it says, so that nothing behind it may be touched.
+    const std::vector<char> text(alphabet.begin(), alphabet.begin() + static_cast<long>(length));
+    encoded.add({std::string_view(text.data(), text.size())}, "");
+    expected.append(text.begin(), text.end());
+  }
+  EXPECT_EQ(firstValues(encoded), expected);
 }
 
 TEST(EncodedRows, RowsMoveToAnotherSet) {

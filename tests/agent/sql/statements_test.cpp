@@ -23,6 +23,15 @@ TEST_F(SqlStatementsTest, AnExecutedQueryAnswersItsRows) {
   EXPECT_EQ(sql_.execute(3), "3 rows 1,Ulm,126|2,Linz,210|3,Bern,-");
 }
 
+TEST_F(SqlStatementsTest, AColumnMayHoldValuesOfEveryKind) {
+  sql_.once("CREATE TABLE mixed(id INTEGER PRIMARY KEY, value)");
+  sql_.once(
+      "INSERT INTO mixed(value) VALUES('a'), (-9223372036854775808), (''), (NULL), ('b'), (1.5),"
+      " (1e300), ('c'), (X''), (X'64'), (7)");
+  EXPECT_EQ(sql_.once("SELECT value FROM mixed ORDER BY id"),
+            "rows a|-9223372036854775808||-|b|1.5|1.0e+300|c||d|7");
+}
+
 TEST_F(SqlStatementsTest, AChangeAnswersHowManyRowsItChanged) {
   sql_.compile("UPDATE town SET size = size + 1 WHERE size > 0");
   EXPECT_EQ(sql_.execute(3), "3 changed 2");
