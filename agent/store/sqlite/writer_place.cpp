@@ -266,18 +266,38 @@ void WriterPlace::makeGroups() {
     if (!maker_->called.lookUntil(Clock::now() + awake)) maker_->called.sleep();
     lock.lock();
     if (isOver_) return;
-    for (bool hasPlace = true; hasPlace;) {
-      if (!gather(lock)) break;
-      Waiter* served = makeGroup(lock);
-      hasPlace = isChangeNext();
-      // Before anybody is answered: who comes again then finds the place free.
-      Alarm* const next = hasPlace ? nullptr : passOn();
-      lock.unlock();
-      if (next != nullptr) next->raise();
-      while (served != nullptr) std::exchange(served, served->nextServed)->wake(Waiter::Turn::Done);
-      lock.lock();
+    while (gather(lock) && makeGroupsAtHand(lock)) {
     }
   }
+}
+
+bool WriterPlace::makeGroupsAtHand(std::unique_lock<std::mutex>& lock) {
+  Waiter* made = nullptr;
+  for (;;) {
+    const Clock::time_point start = Clock::now();
+    Waiter* const group = takeGroup(start);
+    const bool isComplete = together_.size() + changesInLine_ >= expected_;
+    // The lock once for each group: whoever has to wait for it sleeps.
+    lock.unlock();
+    tell(made);
+    if (group != nullptr) makeChanges_(together_);
+    lock.lock();
+    made = group;
+    if (group != nullptr) noteGroup(together_.size(), isComplete, Clock::now() - start);
+    if (!isChangeNext() || areOthersExpected()) break;
+  }
+  const bool goesOn = isChangeNext();
+  // Before anybody is answered: who comes again then finds the place free.
+  Alarm* const next = goesOn ? nullptr : passOn();
+  lock.unlock();
+  if (next != nullptr) next->raise();
+  tell(made);
+  lock.lock();
+  return goesOn;
+}
+
+void WriterPlace::tell(Waiter* made) {
+  while (made != nullptr) std::exchange(made, made->nextServed)->wake(Waiter::Turn::Done);
 }
 
 bool WriterPlace::areOthersExpected() const {
@@ -308,28 +328,21 @@ WriterPlace::Alarm* WriterPlace::endGathering() {
   return &maker_->gathered;
 }
 
-WriterPlace::Waiter* WriterPlace::makeGroup(std::unique_lock<std::mutex>& lock) {
-  const Clock::time_point start = Clock::now();
+WriterPlace::Waiter* WriterPlace::takeGroup(Clock::time_point now) {
   together_.clear();
-  Waiter* served = nullptr;
-  Waiter** last = &served;
+  Waiter* first = nullptr;
+  Waiter** last = &first;
   const auto isTaken = [&](Waiter* waiter) {
     if (waiter->change == nullptr || together_.size() == kMostTogether) return false;
     waiter->turn.store(Waiter::Turn::IsServed, std::memory_order_relaxed);
     together_.push_back(waiter->change);
     *last = waiter;
     last = &waiter->nextServed;
-    left(*waiter, start);
+    left(*waiter, now);
     return true;
   };
   line_.erase(std::remove_if(line_.begin(), line_.end(), isTaken), line_.end());
-  if (together_.empty()) return nullptr;
-  const bool isComplete = together_.size() + changesInLine_ >= expected_;
-  lock.unlock();
-  makeChanges_(together_);
-  lock.lock();
-  noteGroup(together_.size(), isComplete, Clock::now() - start);
-  return served;
+  return first;
 }
 
 void WriterPlace::noteGroup(std::size_t changes, bool isComplete, Clock::duration took) {

@@ -112,8 +112,11 @@ private:
   /// Waits a moment for those who were there a moment ago. False when it has not the place any
   /// more, since nobody was left.
   bool gather(std::unique_lock<std::mutex>& lock);
-  /// Makes all the changes that wait. Returns who is to be told, a chain.
-  Waiter* makeGroup(std::unique_lock<std::mutex>& lock);
+  /// Makes all the changes that wait, and those that come meanwhile, until there is none or others
+  /// are to be waited for. False when it has passed the place on.
+  bool makeGroupsAtHand(std::unique_lock<std::mutex>& lock);
+  /// Without the lock: to those of a group, that their changes are made.
+  static void tell(Waiter* made);
 
   // With the lock.
   /// Whether a first change should wait for those who were there a moment ago.
@@ -121,6 +124,8 @@ private:
   /// What the next ones go by. `isComplete`: all who were expected have come before it was made.
   void noteGroup(std::size_t changes, bool isComplete, Clock::duration took);
   bool isChangeNext() const;
+  /// Takes the changes that wait out of the line. Returns who waits for them, as a chain.
+  Waiter* takeGroup(Clock::time_point now);
   /// After someone has come or gone: what is to be raised where there is no more to wait for.
   Alarm* endGathering();
   /// Returns whom to tell, without the lock, that it has the place.
