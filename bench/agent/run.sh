@@ -2,7 +2,8 @@
 # Measures noxd beside raw sockets, Redis and PostgreSQL: bench/agent/run.sh BUILD_DIR [LINE...]
 # Starts all of them on free ports of this machine with fresh data, prints tables as Markdown (of the
 # lines that are named: echo, tls, read, write, rows, memory; else of all), keeps them in
-# BUILD_DIR/agent-bench.md, and ends what it started.
+# BUILD_DIR/agent-bench.md, and ends what it started. NOX_BENCH_SYNC=MICROSECONDS: how long a
+# synchronisation of the disk takes at least.
 set -euo pipefail
 
 build=$(cd "$1" && pwd)
@@ -38,6 +39,12 @@ wait_for() {
   fail "$what did not start"
 }
 
+# Those that write, where NOX_BENCH_SYNC says how long a disk takes.
+on_disk=()
+if [ -n "${NOX_BENCH_SYNC:-}" ]; then
+  on_disk=(env LD_PRELOAD="$build/lib/libnox_bench_slow_disk.so")
+fi
+
 head -c 18 /dev/urandom | base64 >"$work/password"
 chmod 600 "$work/password"
 
@@ -64,7 +71,7 @@ key = "$work/key.pem"
 [log]
 file = "$work/noxd.log"
 END
-"$build/bin/noxd" --config "$work/noxd.toml" --ports-file "$work/ports" &
+"${on_disk[@]}" "$build/bin/noxd" --config "$work/noxd.toml" --ports-file "$work/ports" &
 noxd=$!
 started+=($noxd)
 wait_for noxd test -s "$work/ports"
@@ -89,7 +96,7 @@ mkdir "$work/postgres"
 [ "$(id -u)" != 0 ] || chown postgres "$work/postgres"
 "${as_postgres[@]}" "$pg/initdb" -D "$work/postgres/data" -U bench -A trust >/dev/null
 postgres_port=$(free_port)
-"${as_postgres[@]}" "$pg/postgres" -D "$work/postgres/data" -p "$postgres_port" \
+"${as_postgres[@]}" "${on_disk[@]}" "$pg/postgres" -D "$work/postgres/data" -p "$postgres_port" \
   -c listen_addresses=127.0.0.1 -c unix_socket_directories= >"$work/postgres.log" 2>&1 &
 started+=($!)
 postgres="host=127.0.0.1 port=$postgres_port user=bench dbname=postgres"
