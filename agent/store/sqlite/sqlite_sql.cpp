@@ -308,12 +308,12 @@ const SqlRow* SqliteSqlStatement::rowOf(ClientStatement& statement) {
   sqlite3_stmt* const handle = statement.handle.get();
   const auto count = static_cast<std::size_t>(sqlite3_column_count(handle));
   row_.resize(count);
-  numbers_.resize(count);
-  holdsBytes_.resize(count);
+  states_.resize(count);
   for (std::size_t i = 0; i < count; ++i) {
     // One look-up of the value; the connection is this thread's.
     sqlite3_value* const value = sqlite3_column_value(handle, static_cast<int>(i));
-    if (holdsBytes_[i] != 0) {
+    ColumnState& state = states_[i];
+    if (state.holdsBytes) {
       // As in the row before, most likely. A number among texts is made a text by this.
       if (const void* const data = sqlite3_value_blob(value)) {
         row_[i] = bytesOf(data, value);
@@ -321,13 +321,13 @@ const SqlRow* SqliteSqlStatement::rowOf(ClientStatement& statement) {
       }
     }
     const int type = sqlite3_value_type(value);
-    holdsBytes_[i] = type == SQLITE_TEXT || type == SQLITE_BLOB;
+    state.holdsBytes = type == SQLITE_TEXT || type == SQLITE_BLOB;
     switch (type) {
       case SQLITE_NULL:
         row_[i].reset();
         break;
       case SQLITE_INTEGER: {
-        Number& text = numbers_[i];
+        auto& text = state.number;
         const std::int64_t number = sqlite3_value_int64(value);
         const auto written = std::to_chars(text.data(), text.data() + text.size(), number);
         row_[i] = {text.data(), static_cast<std::size_t>(written.ptr - text.data())};

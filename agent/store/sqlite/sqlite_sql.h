@@ -44,7 +44,11 @@ private:
     bool isQuery = false;
     bool isReadOnly = false;
   };
-  using Number = std::array<char, 24>;
+  /// What a column keeps from row to row.
+  struct ColumnState {
+    std::array<char, 24> number{};  // the text of the number that it holds
+    bool holdsBytes = false;        // did in the row before
+  };
   using ReturnedRow = std::vector<std::optional<std::string>>;
 
   const Facts& facts();
@@ -66,8 +70,7 @@ private:
   std::unique_ptr<ClientStatement> statement_;
   bool atFirst_ = false;  // the first row was fetched, and not asked for yet
   SqlRow row_;
-  std::vector<Number> numbers_;   // the texts of numbers in the row
-  std::vector<char> holdsBytes_;  // whether the column did in the row before
+  std::vector<ColumnState> states_;
 
   // What a writing statement has returned, the first row last.
   std::vector<ReturnedRow> returned_;

@@ -372,8 +372,8 @@ WriterPlace::Alarm* WriterPlace::passOn() {
   if (isGroups_) return &maker_->called;
   Waiter* const next = line_.front();
   line_.pop_front();
-  next->turn.store(Waiter::Turn::HasPlace, std::memory_order_release);
   left(*next, Clock::now());
+  next->turn.store(Waiter::Turn::HasPlace, std::memory_order_release);
   return &next->alarm;
 }
 
