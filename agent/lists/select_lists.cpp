@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <limits>
+#include <new>
 #include <string_view>
 #include <utility>
 #include <vector>
@@ -36,31 +37,70 @@ constexpr int kLast = -2;
   throw Failure("22", "003", "a fetch direction is 1, -1, 0, 2 or -2");
 }
 
-struct Entry {
-  std::string key;
-  std::unique_ptr<NOXPBlob> record;  // null: not asked for, or not there
+/// A null one is not there.
+using Records = std::vector<std::unique_ptr<NOXPBlob>>;
+
+/// Finds out how many keys a frame holds, with their records where these are wanted.
+class Chunk : public RecordTaker {
+public:
+  Chunk(const std::vector<std::string>& keys, std::size_t frame, bool withRecords)
+      : keys_(keys), frame_(frame) {
+    if (withRecords) records_.reserve(keys.size());
+  }
+
+  /// False where the next key finds no room; Failure IE/008 where that is the first.
+  bool addKey() { return add(0); }
+  bool take(std::size_t /*place*/, const std::string_view* body) override {
+    if (!add(kRecordBytes + (body != nullptr ? body->size() : 0))) return false;
+    records_.push_back(body != nullptr ? blobOf(*body) : nullptr);
+    return true;
+  }
+
+  std::size_t size() const { return size_; }
+  /// As many as keys, or none where they are not wanted.
+  Records takeRecords() { return std::move(records_); }
+
+private:
+  bool add(std::size_t recordBytes) {
+    const std::string& key = keys_[size_];
+    bytes_ += kKeyBytes + key.size() + recordBytes;
+    if (bytes_ > frame_) {
+      if (size_ > 0) return false;
+      throw Failure("IE", "008", "the record \"" + key + "\" is longer than a frame may be");
+    }
+    ++size_;
+    return true;
+  }
+
+  static std::unique_ptr<NOXPBlob> blobOf(std::string_view bytes) {
+    auto blob = std::make_unique<NOXPBlob>();
+    blob->assign(bytes.data(), bytes.size());
+    if (blob->length() != bytes.size()) throw std::bad_alloc();
+    return blob;
+  }
+
+  const std::vector<std::string>& keys_;
+  const std::size_t frame_;
+  std::size_t bytes_ = kFrameBytes;
+  std::size_t size_ = 0;
+  Records records_;
 };
 
-std::size_t costOf(const Entry& entry, bool withRecords) {
-  std::size_t cost = kKeyBytes + entry.key.size();
-  if (withRecords) cost += kRecordBytes + (entry.record ? entry.record->length() : 0);
-  return cost;
-}
-
-std::unique_ptr<SelectListProt> makeList(int id, std::vector<Entry> entries, bool withRecords) {
+std::unique_ptr<SelectListProt> makeList(int id, const std::vector<std::string>& keys,
+                                         Records records, bool withRecords) {
   std::string joined;
-  for (const Entry& entry : entries) {
-    joined += entry.key;
+  for (const std::string& key : keys) {
+    joined += key;
     joined += static_cast<char>(noxp::remote::kAttributeMark);
   }
-  const NOXPBlob keys(joined.data(), joined.size());
-  auto list = std::make_unique<SelectListProt>(&keys);
+  const NOXPBlob blob(joined.data(), joined.size());
+  auto list = std::make_unique<SelectListProt>(&blob);
   list->setId(id);
   list->setHasRecordData(withRecords);
   if (withRecords) {
-    for (Entry& entry : entries) {
+    for (std::unique_ptr<NOXPBlob>& record : records) {
       list->next();
-      list->setRecord(entry.record.release());
+      list->setRecord(record.release());
     }
     list->getAllModified()->clear();
     list->goToPosition(0);
@@ -169,42 +209,38 @@ std::unique_ptr<SelectListProt> SelectLists::fetch(Open& list, int direction, st
     default:
       failDirection();
   }
-  if (size == 0) return makeList(list.id, {}, withRecords);
+  if (size == 0) return makeList(list.id, {}, {}, withRecords);
 
   std::vector<std::string> names = keys.read(begin, end - begin);
   if (fromTheEnd) std::reverse(names.begin(), names.end());
-  std::vector<Entry> entries;
-  entries.reserve(names.size());
-  std::size_t bytes = kFrameBytes;
-  for (std::string& name : names) {
-    Entry entry{std::move(name), nullptr};
-    if (withRecords) entry.record = readRecord(list.selected.file, entry.key);
-    bytes += costOf(entry, withRecords);
-    if (bytes > frame) {
-      if (!entries.empty()) break;
-      throw Failure("IE", "008", "the record \"" + entry.key + "\" is longer than a frame may be");
-    }
-    entries.push_back(std::move(entry));
-  }
-  if (fromTheEnd) {
-    std::reverse(entries.begin(), entries.end());
-    begin = end - entries.size();
+  Chunk chunk(names, frame, withRecords);
+  if (withRecords) {
+    readRecords(list.selected.file, names, chunk);
   } else {
-    end = begin + entries.size();
+    while (chunk.size() < names.size() && chunk.addKey()) {
+    }
+  }
+  names.resize(chunk.size());
+  Records records = chunk.takeRecords();
+  if (fromTheEnd) {
+    std::reverse(names.begin(), names.end());
+    std::reverse(records.begin(), records.end());
+    begin = end - names.size();
+  } else {
+    end = begin + names.size();
   }
   list.begin = begin;
   list.end = end;
-  return makeList(list.id, std::move(entries), withRecords);
+  return makeList(list.id, names, std::move(records), withRecords);
 }
 
-std::unique_ptr<NOXPBlob> SelectLists::readRecord(const FilePart& file, const std::string& key) {
-  auto record = std::make_unique<NOXPBlob>();
+void SelectLists::readRecords(const FilePart& file, const std::vector<std::string>& keys,
+                              RecordTaker& taker) {
   try {
-    if (!session_.store().read(file, key, *record)) record.reset();
+    session_.store().readEach(file, keys, taker);
   } catch (const StoreError& error) {
     throwAsFailure(error, "IE", "008");
   }
-  return record;
 }
 
 void SelectLists::commit(SelectListProt& changed) {

@@ -6,6 +6,7 @@
 #include <memory>
 #include <optional>
 #include <string>
+#include <vector>
 
 #include <nox/nox.h>
 
@@ -14,6 +15,7 @@
 
 namespace nox::agent {
 
+class RecordTaker;
 class Session;
 
 /// Keys with the file that they belong to; a client's own keys have none (an empty name).
@@ -72,7 +74,7 @@ private:
   Open& find(int id) const;
   std::unique_ptr<noxp::remote::SelectListProt> fetch(Open& list, int direction, std::size_t size,
                                                       bool withRecords, std::size_t frame);
-  std::unique_ptr<NOXPBlob> readRecord(const FilePart& file, const std::string& key);
+  void readRecords(const FilePart& file, const std::vector<std::string>& keys, RecordTaker& taker);
   [[noreturn]] static void failPosition(unsigned long position);
 
   Session& session_;

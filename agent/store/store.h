@@ -10,6 +10,7 @@
 #pragma once
 
 #include <chrono>
+#include <cstddef>
 #include <cstdint>
 #include <functional>
 #include <memory>
@@ -217,6 +218,15 @@ public:
   virtual void hasWritten() noexcept = 0;
 };
 
+/// Takes records by their place among the ids that were asked for.
+class RecordTaker {
+public:
+  virtual ~RecordTaker() = default;
+  /// `body` is null where there is no such record, and valid until the call returns. False: no more
+  /// are wanted.
+  virtual bool take(std::size_t place, const std::string_view* body) = 0;
+};
+
 class StoreSession {
 public:
   /// Rolls back what is open.
@@ -251,6 +261,10 @@ public:
   // sessions that write at the same time share one synchronisation of the disk. All of them throw
   // NoFile where the file is missing.
   virtual bool read(const FilePart& file, std::string_view id, NOXPBlob& body) = 0;
+  /// Gives the records of many ids, in their order. The taker does not use the session meanwhile.
+  /// Less work for each than `read`.
+  virtual void readEach(const FilePart& file, const std::vector<std::string>& ids,
+                        RecordTaker& taker) = 0;
   virtual bool exists(const FilePart& file, std::string_view id) = 0;
   virtual void write(const FilePart& file, std::string_view id, std::string_view body) = 0;
   /// False, with nothing written, where there is such a record.

@@ -32,6 +32,8 @@ const char* statementFor(RecordAction action) {
   switch (action) {
     case RecordAction::Read:
       return "SELECT body FROM %s WHERE id = ?1";
+    case RecordAction::Walk:
+      return "SELECT id, body FROM %s WHERE id >= ?1 ORDER BY id";
     case RecordAction::Exists:
       return "SELECT 1 FROM %s WHERE id = ?1";
     case RecordAction::Write:

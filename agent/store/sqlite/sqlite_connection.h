@@ -49,7 +49,8 @@ int authorizeClientSql(SqliteConnection& connection, int action, const char* fir
                        const char* second, const char* database, const char* trigger);
 
 /// What is done with one record by key.
-enum class RecordAction { Read, Exists, Write, WriteNew, Remove };
+enum class RecordAction { Read, Walk, Exists, Write, WriteNew, Remove };
+constexpr std::size_t kRecordActions = 6;
 
 /// Used by one thread at a time. Errors are thrown as StoreError.
 class SqliteConnection {
@@ -182,7 +183,7 @@ private:
   struct KeptFile {
     std::string name;
     std::int64_t number = 0;
-    std::array<std::array<Statement, 5>, 2> statements;
+    std::array<std::array<Statement, kRecordActions>, 2> statements;
   };
   using KeptFiles = std::list<KeptFile>;
 

@@ -179,6 +179,57 @@ std::uint64_t SqliteSession::clear(const FilePart& file) {
 
 // Records.
 
+namespace {
+
+/// Finds records one after the other. Those that lie close behind the last one, as they do in a
+/// list of a whole file, are walked to: a step takes a part of the time of a search.
+class RecordWalk {
+public:
+  /// Of RecordAction::Walk.
+  explicit RecordWalk(Statement& statement) : statement_(statement) {}
+
+  /// `id` stays until the next call.
+  bool find(std::string_view id) {
+    if (!walkTo(id)) {
+      isNear_ = false;
+      statement_.reset();
+      statement_.bindText(0, id);
+      step();
+    }
+    last_ = id;
+    return isRow_ && id_ == id;
+  }
+  std::string_view body() const { return statement_.bytes(1); }
+
+private:
+  static constexpr int kNear = 4;  // steps
+
+  /// Where nothing lies between the last id and the row, an id between them is not there. False
+  /// where the id has to be searched for.
+  bool walkTo(std::string_view id) {
+    if (!isRow_ || id <= last_) return false;
+    for (int steps = isNear_ ? kNear : 1; id_ < id; --steps) {
+      if (steps == 0) return false;
+      step();
+      if (!isRow_) return true;
+    }
+    isNear_ = true;
+    return true;
+  }
+  void step() {
+    isRow_ = statement_.step();
+    if (isRow_) id_ = statement_.bytes(0);
+  }
+
+  Statement& statement_;
+  bool isRow_ = false;
+  bool isNear_ = false;  // the last one was walked to
+  std::string_view id_;  // of the row
+  std::string_view last_;
+};
+
+}  // namespace
+
 template <class Use>
 bool SqliteSession::lookUp(const FilePart& file, RecordAction action, Use use) {
   const ConnectionLease connection = readConnection();
@@ -193,6 +244,21 @@ bool SqliteSession::read(const FilePart& file, std::string_view id, NOXPBlob& bo
     const std::string_view bytes = statement.bytes(0);
     body.assign(bytes.data(), bytes.size());
     if (body.length() != bytes.size()) throw std::bad_alloc();
+    return true;
+  });
+}
+
+void SqliteSession::readEach(const FilePart& file, const std::vector<std::string>& ids,
+                             RecordTaker& taker) {
+  std::size_t place = 0;  // goes on where a statement that is out of date has stopped
+  lookUp(file, RecordAction::Walk, [&](Statement& statement) {
+    RecordWalk walk(statement);
+    for (; place < ids.size(); ++place) {
+      requireRunning();
+      const bool isThere = walk.find(ids[place]);
+      const std::string_view body = isThere ? walk.body() : std::string_view();
+      if (!taker.take(place, isThere ? &body : nullptr)) break;
+    }
     return true;
   });
 }

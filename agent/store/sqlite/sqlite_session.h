@@ -40,6 +40,8 @@ public:
   std::uint64_t clear(const FilePart& file) override;
 
   bool read(const FilePart& file, std::string_view id, NOXPBlob& body) override;
+  void readEach(const FilePart& file, const std::vector<std::string>& ids,
+                RecordTaker& taker) override;
   bool exists(const FilePart& file, std::string_view id) override;
   void write(const FilePart& file, std::string_view id, std::string_view body) override;
   bool writeNew(const FilePart& file, std::string_view id, std::string_view body) override;

@@ -32,24 +32,34 @@ void addBranch(std::string& text, FieldView field, const std::string& label,
   }
 }
 
-std::string jsonOf(FieldView field) {
-  const bool divided = field.level() != FieldView::Level::Subvalue && field.count() > 1;
-  if (!divided) {
-    // What holds a single part may still be divided below it.
-    if (field.level() == FieldView::Level::Attribute && field.count() == 1 &&
-        field[1].count() > 1) {
-      return "[" + jsonOf(field[1]) + "]";
-    }
-    return jsonText(field.view());
-  }
-  std::string text = "[";
+bool isDivided(FieldView field, char mark) {
+  return field.view().find(mark) != std::string_view::npos;
+}
+
+template <class Add>
+void addArray(std::string& json, FieldView field, Add addPart) {
+  json += '[';
   bool first = true;
   for (const FieldView part : field) {
-    if (!first) text += ',';
+    if (!first) json += ',';
     first = false;
-    text += jsonOf(part);
+    addPart(json, part);
   }
-  return text + "]";
+  json += ']';
+}
+
+void addValue(std::string& json, FieldView value) {
+  if (!isDivided(value, client::kSubvalueMark)) return addJsonText(json, value.view());
+  addArray(json, value,
+           [](std::string& text, FieldView subvalue) { addJsonText(text, subvalue.view()); });
+}
+
+void addAttribute(std::string& json, FieldView attribute) {
+  // A single value is still an array where its subvalues are several.
+  const bool isArray =
+      isDivided(attribute, client::kValueMark) || isDivided(attribute, client::kSubvalueMark);
+  if (!isArray) return addJsonText(json, attribute.view());
+  addArray(json, attribute, addValue);
 }
 
 }  // namespace
@@ -69,14 +79,13 @@ std::string recordTree(std::string_view id, const client::Record& record,
 }
 
 std::string recordJson(const client::Record& record) {
-  std::string text = "[";
-  bool first = true;
-  for (const FieldView attribute : record) {
-    if (!first) text += ',';
-    first = false;
-    text += jsonOf(attribute);
-  }
-  return text + "]";
+  std::string json;
+  addRecordJson(json, record);
+  return json;
+}
+
+void addRecordJson(std::string& json, const client::Record& record) {
+  addArray(json, record.view(), addAttribute);
 }
 
 }  // namespace nox::command

@@ -22,5 +22,7 @@ std::string recordTree(std::string_view id, const client::Record& record,
 
 /// An array of attributes, each a text or an array of values, each a text or an array of subvalues.
 std::string recordJson(const client::Record& record);
+/// The same at the end of `json`.
+void addRecordJson(std::string& json, const client::Record& record);
 
 }  // namespace nox::command

@@ -7,6 +7,7 @@
 #include "client/command/load/loader.h"
 #include "client/command/output/json_text.h"
 #include "client/command/output/record_text.h"
+#include "client/command/run/page_reader.h"
 
 namespace nox::command {
 
@@ -94,25 +95,33 @@ int runExport(Context& context, const Arguments& arguments) {
   }
   const auto progress = context.progress("records", std::nullopt);
   std::uint64_t done = 0;
+  std::string line;
   std::vector<std::string> texts(items.size());
   std::vector<OutputValue> values;
-  for (const client::SelectList::Entry& entry : list) {
-    context.checkInterrupt();
-    if (!entry.hasRecord()) continue;  // deleted since
-    if (lines) {
-      context.out().write("{\"id\":" + jsonText(entry.id()) +
-                          ",\"record\":" + recordJson(entry.record()) + "}\n");
-    } else {
-      values.assign({OutputValue(entry.id())});
-      for (std::size_t i = 0; i < items.size(); ++i) {
-        texts[i] = items[i].attribute == 0
-                       ? entry.id()
-                       : client::Record(entry.record()[items[i].attribute].view()).toString();
-        values.emplace_back(texts[i]);
+  PageReader pages(std::move(list));
+  for (auto page = pages.next(); !page.empty(); page = pages.next()) {
+    for (const client::SelectList::Entry& entry : page) {
+      context.checkInterrupt();
+      if (!entry.hasRecord()) continue;  // deleted since
+      if (lines) {
+        line = "{\"id\":";
+        addJsonText(line, entry.id());
+        line += ",\"record\":";
+        addRecordJson(line, entry.record());
+        line += "}\n";
+        context.out().write(line);
+      } else {
+        values.assign({OutputValue(entry.id())});
+        for (std::size_t i = 0; i < items.size(); ++i) {
+          texts[i] = items[i].attribute == 0
+                         ? entry.id()
+                         : client::Record(entry.record()[items[i].attribute].view()).toString();
+          values.emplace_back(texts[i]);
+        }
+        rows->row(values);
       }
-      rows->row(values);
+      progress->show(++done);
     }
-    progress->show(++done);
   }
   if (rows) rows->end();
   context.out().flush();

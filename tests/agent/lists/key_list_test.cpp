@@ -2,8 +2,10 @@
 
 #include <gmock/gmock.h>
 
+#include <algorithm>
 #include <string>
 #include <utility>
+#include <vector>
 
 namespace nox::agent::test {
 namespace {
@@ -51,6 +53,28 @@ TEST(KeyList, ALongListReadsLikeAShortOne) {
               ElementsAre("key99999", "key100000", "key100001"));
   EXPECT_THAT(keys.read(KeyList::kMostInMemory + 2, 10), ElementsAre("key100002"));
   EXPECT_THAT(keys.read(KeyList::kMostInMemory + 3, 10), IsEmpty());
+}
+
+TEST(KeyList, ALongListIsReadFromAnywhereToAnywhere) {
+  const std::size_t size = KeyList::kMostInMemory + 700;
+  const KeyList keys = numbered(size);
+  for (const std::size_t first : {0u, 1u, 255u, 256u, 257u, 511u, 99'999u, 100'352u, 100'699u}) {
+    for (const std::size_t count : {1u, 2u, 255u, 256u, 257u, 1000u}) {
+      std::vector<std::string> expected;
+      for (std::size_t i = first; i < std::min(first + count, size); ++i) {
+        expected.push_back("key" + std::to_string(i));
+      }
+      EXPECT_EQ(keys.read(first, count), expected) << count << " from " << first;
+    }
+  }
+}
+
+TEST(KeyList, ALongListKeepsKeysOfAnyLength) {
+  KeyList keys = numbered(KeyList::kMostInMemory);
+  const std::string longKey(255, 'x');
+  for (const std::string& key : {std::string(), longKey, std::string("a\0b", 3)}) keys.add(key);
+  EXPECT_THAT(keys.read(KeyList::kMostInMemory, 10),
+              ElementsAre("", longKey, std::string("a\0b", 3)));
 }
 
 TEST(KeyList, AListAtTheLimitStaysInMemory) {

@@ -1,6 +1,8 @@
 // Records by key: what is written is what is read, in both parts, whatever the bytes.
 #include <gmock/gmock.h>
 
+#include <algorithm>
+#include <random>
 #include <string>
 #include <vector>
 
@@ -9,10 +11,33 @@
 namespace nox::agent::test {
 namespace {
 
+using ::testing::ElementsAre;
 using ::testing::Eq;
+using ::testing::IsEmpty;
 using ::testing::Optional;
 
-using Records = StoreTest;
+class Records : public StoreTest {
+public:
+  /// What `readEach` gives, "-" where there is no record, of the first `most` ids.
+  static std::vector<std::string> readEach(StoreSession& session,
+                                           const std::vector<std::string>& ids,
+                                           std::size_t most = kAll, const FilePart& file = kFile) {
+    struct Taker : RecordTaker {
+      explicit Taker(std::size_t wanted) : most(wanted) {}
+      bool take(std::size_t place, const std::string_view* body) override {
+        EXPECT_EQ(place, bodies.size());
+        if (bodies.size() == most) return false;
+        bodies.emplace_back(body != nullptr ? *body : "-");
+        return true;
+      }
+      const std::size_t most;
+      std::vector<std::string> bodies;
+    } taker(most);
+    session.readEach(file, ids, taker);
+    return taker.bodies;
+  }
+  static constexpr std::size_t kAll = 1'000'000;
+};
 
 TEST_F(Records, AWrittenRecordIsReadAgain) {
   const auto session = newSession();
@@ -111,6 +136,89 @@ TEST_F(Records, ExistsTellsWhetherThereIsARecord) {
   EXPECT_FALSE(session->exists(kFile, "2"));
 }
 
+TEST_F(Records, ReadEachGivesTheRecordsInTheOrderOfTheirIds) {
+  const auto session = newSession();
+  session->writeAll({{kFile, "1", "Ann"}, {kFile, "2", "Bob"}, {kFile, "3", ""}});
+  EXPECT_THAT(readEach(*session, {"1", "2", "3"}), ElementsAre("Ann", "Bob", ""));
+  EXPECT_THAT(readEach(*session, {"3", "1", "1", "2"}), ElementsAre("", "Ann", "Ann", "Bob"));
+  EXPECT_THAT(readEach(*session, {}), IsEmpty());
+}
+
+TEST_F(Records, ReadEachTellsWhichRecordsAreMissing) {
+  const auto session = newSession();
+  session->writeAll({{kFile, "1", "Ann"}, {kFile, "3", "Bob"}});
+  EXPECT_THAT(readEach(*session, {"0", "1", "2", "3", "4", "5", "1"}),
+              ElementsAre("-", "Ann", "-", "Bob", "-", "-", "Ann"));
+}
+
+TEST_F(Records, ReadEachGivesNoMoreThanIsTaken) {
+  const auto session = newSession();
+  session->writeAll({{kFile, "1", "Ann"}, {kFile, "2", "Bob"}, {kFile, "3", "Cid"}});
+  EXPECT_THAT(readEach(*session, {"1", "2", "3"}, 2), ElementsAre("Ann", "Bob"));
+}
+
+TEST_F(Records, ReadEachGivesWhatReadGivesHoweverTheIdsLie) {
+  const auto session = newSession();
+  std::vector<RecordWrite> writes;
+  for (int i = 0; i < 400; i += 2)
+    writes.push_back({kFile, std::to_string(i), "of " + std::to_string(i)});
+  session->writeAll(writes);
+  std::minstd_rand random;  // the same numbers in each run
+  for (int round = 0; round < 50; ++round) {
+    std::vector<std::string> ids;
+    const auto count = static_cast<int>(random() % 200);
+    for (int i = 0; i < count; ++i) ids.push_back(std::to_string(random() % 400));
+    if (round % 3 > 0) std::sort(ids.begin(), ids.end());
+    if (round % 3 > 1) std::reverse(ids.begin(), ids.end());
+    std::vector<std::string> expected;
+    for (const std::string& id : ids) expected.push_back(read(*session, id).value_or("-"));
+    EXPECT_EQ(readEach(*session, ids), expected) << "round " << round;
+  }
+}
+
+TEST_F(Records, ReadEachSeesTheTransactionsOwnChanges) {
+  const auto session = newSession();
+  session->writeAll({{kFile, "1", "Ann"}, {kFile, "2", "Bob"}});
+  session->begin(0);
+  session->write(kFile, "1", "Amy");
+  session->remove(kFile, "2");
+  EXPECT_THAT(readEach(*session, {"1", "2"}), ElementsAre("Amy", "-"));
+  EXPECT_THAT(readEach(*newSession(), {"1", "2"}), ElementsAre("Ann", "Bob"));
+  session->rollback();
+}
+
+TEST_F(Records, ReadEachFindsAFileThatWasMadeAgain) {
+  const auto session = newSession();
+  session->write(kFile, "1", "Ann");
+  EXPECT_THAT(readEach(*session, {"1"}), ElementsAre("Ann"));
+  const auto other = newSession();
+  other->deleteFile(kFile.file);
+  EXPECT_EQ(failure([&] { readEach(*session, {"1"}); }), StoreError::Kind::NoFile);
+  other->createFile(kFile.file);
+  other->write(kFile, "2", "Bob");
+  EXPECT_THAT(readEach(*session, {"1", "2"}), ElementsAre("-", "Bob"));
+}
+
+TEST_F(Records, AnInterruptEndsReadEach) {
+  const auto session = newSession();
+  session->write(kFile, "1", "Ann");
+  struct Interrupting : RecordTaker {
+    explicit Interrupting(StoreSession& its) : session(its) {}
+    bool take(std::size_t, const std::string_view*) override {
+      ++taken;
+      session.interrupt();
+      return true;
+    }
+    StoreSession& session;
+    int taken = 0;
+  } taker(*session);
+  EXPECT_EQ(failure([&] {
+              session->readEach(kFile, {"1", "1"}, taker);
+            }),
+            StoreError::Kind::Interrupted);
+  EXPECT_EQ(taker.taken, 1);
+}
+
 TEST_F(Records, WriteAllWritesToSeveralFiles) {
   const auto session = newSession();
   session->createFile("ORDERS");
@@ -142,6 +250,7 @@ TEST_F(Records, EveryOperationOnAMissingFileSaysSo) {
   NOXPBlob body;
   const auto kNoFile = StoreError::Kind::NoFile;
   EXPECT_EQ(failure([&] { session->read(nowhere, "1", body); }), kNoFile);
+  EXPECT_EQ(failure([&] { readEach(*session, {"1"}, kAll, nowhere); }), kNoFile);
   EXPECT_EQ(failure([&] { session->exists(nowhere, "1"); }), kNoFile);
   EXPECT_EQ(failure([&] { session->write(nowhere, "1", "x"); }), kNoFile);
   EXPECT_EQ(failure([&] { session->writeNew(nowhere, "1", "x"); }), kNoFile);

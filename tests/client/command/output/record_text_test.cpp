@@ -37,6 +37,18 @@ TEST(RecordJson, NestsWhatIsDivided) {
   EXPECT_EQ(recordJson(Record("")), "[]");
 }
 
+TEST(RecordJson, EscapesWhatAJsonStringCannotHold) {
+  EXPECT_EQ(recordJson(Record("say \"hi\"\\\n\x01~\x7f")),
+            "[\"say \\\"hi\\\"\\\\\\n\\u0001~\x7f\"]");
+  EXPECT_EQ(recordJson(Record("Gr\xC3\xBC\xC3\x9F\x65")), "[\"Gr\xC3\xBC\xC3\x9F\x65\"]");
+}
+
+TEST(RecordJson, IsAddedBehindWhatIsThere) {
+  std::string json = "1:";
+  addRecordJson(json, Record::parse("a^b"));
+  EXPECT_EQ(json, R"(1:["a","b"])");
+}
+
 TEST(RecordJson, CarriesBytesThatAreNoText) {
   EXPECT_EQ(recordJson(Record(std::string("\xFF", 1))), R"([{"base64":"/w=="}])");
 }

@@ -190,6 +190,26 @@ TEST_F(NoxSubcommands, ExportGivesWhatLoadTakes) {
   done({"run", "DELETE-FILE COPY (Y"});
 }
 
+TEST_F(NoxSubcommands, ExportGoesThroughAllPagesInOrder) {
+  std::string lines;
+  for (int i = 100; i < 350; ++i) {
+    const std::string number = std::to_string(i);
+    lines += R"({"id":")" + number + R"(","record":["record )" + number + "\"]}\n";
+  }
+  done({"load", "--create", "MANY", "--from-format", "jsonl"}, lines);
+  for (const char* const size : {"1", "7", "250", "1000"}) {
+    EXPECT_EQ(done({"export", "MANY", "--page-size", size}), lines) << size;
+  }
+  EXPECT_EQ(done({"export", "MANY", "WITH", "@ID", "=", "\"999\""}), "");
+  done({"run", "DELETE-FILE MANY (Y"});
+}
+
+TEST_F(NoxSubcommands, ExportOfAFileThatIsNotThereIsRefused) {
+  const auto result = nox({"export", "NOWHERE"});
+  EXPECT_EQ(result.status, 1);
+  EXPECT_EQ(result.out, "");
+}
+
 TEST_F(NoxSubcommands, XaShowsAndEndsPreparedBranches) {
   const std::string script =
       "\\xa start 1:one\n\\write ORDERS xa1 a\n\\xa end 1:one\n\\xa prepare 1:one\n"
