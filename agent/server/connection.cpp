@@ -75,6 +75,16 @@ void Connection::cut() {
   transport_->shutDown();
 }
 
+void Connection::cutIfGone() {
+  {
+    const std::lock_guard<std::mutex> lock(mutex_);
+    if (!toInterrupt_ || !toInterrupt_->runsStill() || !transport_->hasPeerClosed()) return;
+    agent_.log.info("session " + std::to_string(toInterrupt_->id()) +
+                    ": the client has gone, what it asked for is ended");
+  }
+  cut();
+}
+
 void Connection::setConversation(Conversation* conversation) {
   const std::lock_guard<std::mutex> lock(mutex_);
   toInterrupt_ = conversation;

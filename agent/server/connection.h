@@ -40,6 +40,10 @@ public:
   void drain();
   /// From any thread: ends it now, with what it does.
   void cut();
+  /// From one other thread, again and again: cuts it where the client has gone while a request runs
+  /// that ran the last time, too. The one that drains asks no more: its own end of reading would
+  /// look like the client's.
+  void cutIfGone();
 
 private:
   void guarded(const std::function<void()>& body) noexcept;

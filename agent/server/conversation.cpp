@@ -71,6 +71,14 @@ void Conversation::interrupt() {
   session_.interrupt();
 }
 
+bool Conversation::runsStill() {
+  std::optional<std::uint64_t> running;
+  if (activity_.load(std::memory_order_relaxed) == Activity::Running) {
+    running = requests_.load(std::memory_order_relaxed);
+  }
+  return std::exchange(runningAtLastLook_, running) == running && running;
+}
+
 Conversation::End Conversation::run() {
   for (;;) {
     if (generation_ != state_.generation.load(std::memory_order_relaxed)) takeValues();

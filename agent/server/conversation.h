@@ -7,6 +7,7 @@
 #include <cstdint>
 #include <memory>
 #include <mutex>
+#include <optional>
 #include <string>
 
 #include "agent/config/configuration.h"
@@ -52,6 +53,8 @@ public:
   End run();
   /// From any thread: ends what runs now, and the conversation after it.
   void interrupt();
+  /// From one other thread: whether the request runs that ran when this was asked last.
+  bool runsStill();
 
 private:
   enum class Activity { Idle, Running, Prompting };
@@ -97,6 +100,7 @@ private:
   std::atomic<std::uint64_t> requests_{0};
   std::atomic<std::uint64_t> bytesIn_{0};
   std::atomic<std::uint64_t> bytesOut_{0};
+  std::optional<std::uint64_t> runningAtLastLook_;  // belongs to who asks runsStill()
   const std::chrono::system_clock::time_point since_ = std::chrono::system_clock::now();
   mutable std::mutex identityMutex_;
   Identity identity_;  // written by the connection's thread alone

@@ -46,6 +46,9 @@ constexpr std::chrono::seconds kQuiet{10};  // between two lines about it
 // How often what does not end is interrupted again: it may have been between two statements.
 constexpr std::chrono::milliseconds kInsist{100};
 
+// How often clients are looked for that have gone while a request of theirs runs.
+constexpr std::chrono::seconds kLookForGone{1};
+
 /// A client, and the thread that it has.
 struct Client {
   Client(ServerState& state, std::unique_ptr<Transport> transport, Peer peer, bool tls,
@@ -84,6 +87,7 @@ struct Server::Impl {
   bool isDone();
 
   void cutAll();
+  void cutThoseGone();
 
   ServerState state;
   Descriptor wakeUp{eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)};
@@ -91,6 +95,7 @@ struct Server::Impl {
   std::optional<Listener> tls;
   std::optional<Clock::time_point> pausedUntil;  // no clients until then
   Clock::time_point quietUntil{};                // nor words about it
+  Clock::time_point nextLookForGone{};
 
   std::mutex mutex;
   std::shared_ptr<const TlsContext> certificate;
@@ -142,6 +147,7 @@ void Server::run() {
   while (!impl.isDone()) {
     impl.waitForClients();
     impl.reap();
+    impl.cutThoseGone();
   }
 }
 
@@ -220,7 +226,9 @@ std::optional<Clock::time_point> Server::Impl::nextLook() {
     case Phase::Serving:
       break;
   }
-  return pausedUntil;
+  const std::lock_guard<std::mutex> lock(mutex);
+  if (clients.empty()) return pausedUntil;
+  return std::min(nextLookForGone, pausedUntil.value_or(nextLookForGone));
 }
 
 /// Takes in those who wait, a few at a time, so that those on the other port are not forgotten.
@@ -327,6 +335,19 @@ bool Server::Impl::isDone() {
   state.agent.logins.stop();
   cutAll();
   return false;
+}
+
+/// Nobody waits for the answers of a client that has gone: what it still runs would only take time,
+/// and keep its locks, until it is done.
+void Server::Impl::cutThoseGone() {
+  const Clock::time_point now = Clock::now();
+  if (now < nextLookForGone) return;
+  nextLookForGone = now + kLookForGone;
+  const std::lock_guard<std::mutex> lock(mutex);
+  if (!state.serving()) return;  // looked at with the lock: drain() ends the reading behind it
+  for (const auto& client : clients) {
+    if (!client->refused) client->connection.cutIfGone();
+  }
 }
 
 void Server::Impl::cutAll() {

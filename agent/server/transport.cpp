@@ -60,6 +60,11 @@ bool Transport::isReadable() const {
   return poll(&looked, 1, 0) != 0;
 }
 
+bool Transport::hasPeerClosed() const {
+  pollfd looked{socket_.get(), POLLRDHUP, 0};
+  return poll(&looked, 1, 0) != 0;
+}
+
 bool Transport::discard() {
   std::array<char, 4096> bytes;
   const ssize_t count = recv(socket_.get(), bytes.data(), bytes.size(), 0);

@@ -15,7 +15,7 @@ namespace nox::agent {
 /// Whether a call that failed with `error` was only ended by its tick, or a signal.
 bool isTick(int error);
 
-/// For one thread, but for the two `shutDown...`. Every call returns within about kTick, so that
+/// For one thread, but for what says so. Every call returns within about kTick, so that
 /// the caller can look at its deadlines: one that trickles bytes gains nothing by it. As long as
 /// the peer keeps pace a call costs one system call.
 class Transport {
@@ -54,6 +54,9 @@ public:
     while (!stop() && Clock::now() < until && discard()) {
     }
   }
+
+  /// From any thread: whether the peer has closed its side. So it looks, too, after shutDown...().
+  bool hasPeerClosed() const;
 
   // From any thread; what waits for the peer ends.
   void shutDownReading();

@@ -2,8 +2,10 @@
 #include <gtest/gtest.h>
 #include <sys/socket.h>
 
+#include <chrono>
 #include <csignal>
 #include <string>
+#include <thread>
 
 #include "tests/agent/support/client.h"
 #include "tests/agent/support/noxd_process.h"
@@ -154,6 +156,44 @@ TEST_F(Ending, OfASessionCanBeOrderedByAnAdministrator) {
   client->receiveAll();
   EXPECT_TRUE(comesTrue(
       [&] { return watcher->monitor("status").find("sessions\t1") != std::string::npos; }));
+}
+
+TEST_F(Ending, OfAClientEndsWhatItHasRunning) {
+  noxd.set("session.statement_timeout", "0");
+  start();
+  const auto client = runEndlessly();
+  client->close();
+  EXPECT_TRUE(comesTrue(
+      [&] { return watcher->monitor("status").find("sessions\t1") != std::string::npos; }));
+  EXPECT_NE(noxd.log().find("session 2: the client has gone"), std::string::npos);
+}
+
+TEST_F(Ending, OfAClientEndsItsWaitForALock) {
+  start();
+  ASSERT_EQ(watcher->read("F", "1", kUpdateLock), "1");
+  Client waiter(noxd.plainPort());
+  waiter.logIn();
+  ASSERT_EQ(waiter.read("F", "2", kUpdateLock), "1");
+  waiter.send(ReadRecordRequestProt(kUpdateLock, "F", "1"));
+  waitUntilOneRuns();
+  waiter.close();
+  Client next(noxd.plainPort());
+  next.logIn();
+  EXPECT_EQ(next.read("F", "2", kUpdateLock), "1");  // waits until it is free
+}
+
+TEST_F(Ending, IsNotForAClientThatWaitsForItsAnswer) {
+  start();
+  ASSERT_EQ(watcher->read("F", "1", kUpdateLock), "1");
+  Client waiter(noxd.plainPort());
+  waiter.logIn();
+  waiter.send(ReadRecordRequestProt(kUpdateLock, "F", "1"));
+  std::this_thread::sleep_for(std::chrono::seconds(3));  // it has been looked at twice
+  ASSERT_EQ(watcher->write("F", "1", "one"), "0");       // and releases it
+  const auto reply = waiter.receive();
+  const auto* const record = dynamic_cast<noxp::remote::ToviResponseProt*>(reply.get());
+  ASSERT_NE(record, nullptr);
+  EXPECT_EQ(record->getStatus(), 0);
 }
 
 TEST_F(Ending, OfAClientReleasesItsLocks) {
