@@ -1,7 +1,8 @@
 #include "client/command/command_line.h"
 
-#include <CLI/CLI.hpp>
-#include <memory>
+#include <getopt.h>
+
+#include <algorithm>
 
 #include "client/command/context.h"
 
@@ -18,55 +19,144 @@ std::string optionNames(const OptionSpec& option) {
   return names;
 }
 
-void addOption(CLI::App& app, const OptionSpec& option, Arguments& to) {
-  const std::string name = option.name;
-  if (*option.argument == '\0') {
-    app.add_flag_callback(optionNames(option), [&to, name] { to.set(name, ""); });
-    return;
+/// "table, csv or raw".
+std::string alternatives(const std::vector<std::string>& choices) {
+  std::string text;
+  for (std::size_t i = 0; i < choices.size(); ++i) {
+    if (i > 0) text += i + 1 == choices.size() ? " or " : ", ";
+    text += choices[i];
   }
-  CLI::Option* const added = app.add_option_function<std::vector<std::string>>(
-      optionNames(option), [&to, name](const std::vector<std::string>& values) {
-        for (const std::string& value : values) to.add(name, value);
-      });
-  added->expected(1)->allow_extra_args(false);
-  if (option.repeated) {
-    added->multi_option_policy(CLI::MultiOptionPolicy::TakeAll);
-  } else {
-    added->multi_option_policy(CLI::MultiOptionPolicy::Throw);
-  }
-  if (!option.choices.empty()) added->check(CLI::IsMember(option.choices));
+  return text;
 }
 
-void addArgument(CLI::App& app, const ArgumentSpec& argument, Arguments& to) {
-  const std::string name = argument.name;
-  // CLI11 wants names of letters; they are seen by nobody.
-  static int number = 0;
-  CLI::Option* const added = app.add_option_function<std::vector<std::string>>(
-      "argument" + std::to_string(++number), [&to, name](const std::vector<std::string>& values) {
-        for (const std::string& value : values) to.add(name, value);
-      });
-  added->option_text(name);
-  if (argument.repeated) {
-    added->expected(1, CLI::detail::expected_max_vector_size);
-  } else {
-    added->expected(1)->allow_extra_args(false);
+/// What is wrong with `value` for whoever takes only `choices`; empty where nothing is.
+std::string complaint(const std::string& name, const std::vector<std::string>& choices,
+                      const std::string& value) {
+  if (choices.empty() || std::find(choices.begin(), choices.end(), value) != choices.end()) {
+    return "";
   }
-  if (argument.required) added->required();
-  if (!argument.choices.empty()) added->check(CLI::IsMember(argument.choices));
+  return name + ": " + alternatives(choices) + " was expected, not \"" + value + "\"";
 }
 
-void addAll(CLI::App& app, const CommandSpec& command, Arguments& to) {
-  for (const OptionSpec& option : command.options) addOption(app, option, to);
-  for (const ArgumentSpec& argument : command.arguments) addArgument(app, argument, to);
-}
+/// Takes the options out of a line of words with getopt_long, and hands the others on as they
+/// stand. What is wrong is kept until all words were seen: help may be asked for behind it. One
+/// thread at a time, since getopt keeps its place in variables of the process.
+class WordReader {
+public:
+  void know(const std::vector<OptionSpec>& options, Arguments& to) {
+    for (const OptionSpec& option : options) known_.push_back({&option, &to});
+  }
 
-/// CLI11 takes the words in reverse.
-void parse(CLI::App& app, const std::vector<std::string>& words) {
-  std::vector<std::string> reversed(words.rbegin(), words.rend());
-  try {
-    app.parse(reversed);
-  } catch (const CLI::ParseError& error) {
-    throw UsageError(error.what());
+  /// `other` is told each word that belongs to no option, and may make further options known.
+  template <class Other>
+  void read(const std::vector<std::string>& words, Other other) {
+    auto word = words.begin();
+    while (word != words.end()) {
+      bool literal = false;  // behind "--"
+      word += readOptions({word, words.end()}, literal);
+      if (literal) return (void)std::for_each(word, words.end(), other);
+      if (word != words.end()) other(*word++);
+    }
+  }
+
+  void fail(const std::string& why) {
+    if (problem_.empty()) problem_ = why;
+  }
+  /// Throws UsageError where something was wrong.
+  void check() const {
+    if (!problem_.empty()) throw UsageError(problem_);
+  }
+
+private:
+  struct Known {
+    const OptionSpec* option;
+    Arguments* to;
+  };
+  static constexpr int kFirstLong = 256;  // behind all letters
+
+  /// The options that `words` begin with. Returns how many words they are, a "--" behind them
+  /// included.
+  int readOptions(std::vector<std::string> words, bool& literal) {
+    std::vector<char*> line = {program_.data()};
+    for (std::string& word : words) line.push_back(word.data());
+    line.push_back(nullptr);
+    std::string letters = "+:";  // stops at the first other word; tells what lacks its value
+    std::vector<option> names;
+    for (const Known& known : known_) {
+      const bool isFlag = *known.option->argument == '\0';
+      const int value = kFirstLong + static_cast<int>(names.size());
+      names.push_back(
+          {known.option->name + 2, isFlag ? no_argument : required_argument, nullptr, value});
+      if (*known.option->letter == '\0') continue;
+      letters += known.option->letter[1];
+      if (!isFlag) letters += ':';
+    }
+    names.push_back({});
+
+    opterr = 0;
+    optind = 0;  // begins anew
+    for (int at = 1;; at = std::max(optind, 1)) {
+      const int code = getopt_long(static_cast<int>(words.size()) + 1, line.data(), letters.c_str(),
+                                   names.data(), nullptr);
+      if (code == -1) {
+        literal = optind > at;
+        return optind - 1;
+      }
+      note(code, line[static_cast<std::size_t>(at)]);
+    }
+  }
+
+  void note(int code, const std::string& word) {
+    const bool isBad = code == '?' || code == ':';
+    const Known* const known = find(isBad ? optopt : code);
+    const bool isLong = word.compare(0, 2, "--") == 0;
+    const std::string given = isLong ? word.substr(0, word.find('=')) : word;
+    // It takes the beginning of a name for the whole.
+    if (!known || (isLong && given != known->option->name)) {
+      return fail("there is no option " + given + "; behind -- words are no options");
+    }
+    const std::string name = known->option->name;
+    if (code == '?') return fail(name + " takes no value");
+    if (code == ':') return fail(name + " needs " + known->option->argument);
+    if (*known->option->argument == '\0') return known->to->set(name, "");
+    if (!known->option->repeated && known->to->has(name)) return fail(name + " is given twice");
+    const std::string why = complaint(name, known->option->choices, optarg);
+    if (!why.empty()) return fail(why);
+    known->to->add(name, optarg);
+  }
+
+  /// By what getopt_long returns.
+  const Known* find(int code) const {
+    for (std::size_t i = 0; i < known_.size(); ++i) {
+      const char* const letter = known_[i].option->letter;
+      const bool isLetter = *letter != '\0' && code == static_cast<unsigned char>(letter[1]);
+      if (isLetter || code == kFirstLong + static_cast<int>(i)) return &known_[i];
+    }
+    return nullptr;
+  }
+
+  std::string program_ = "nox";
+  std::vector<Known> known_;
+  std::string problem_;
+};
+
+/// Gives the words the names of the arguments in whose places they stand. Throws UsageError.
+void assign(const CommandSpec& command, const std::vector<std::string>& words, Arguments& to) {
+  auto word = words.begin();
+  for (const ArgumentSpec& argument : command.arguments) {
+    if (word == words.end()) {
+      if (!argument.required) continue;
+      throw UsageError(std::string(command.name) + " needs " + argument.name);
+    }
+    const auto end = argument.repeated ? words.end() : word + 1;
+    for (; word != end; ++word) {
+      const std::string why = complaint(argument.name, argument.choices, *word);
+      if (!why.empty()) throw UsageError(why);
+      to.add(argument.name, *word);
+    }
+  }
+  if (word != words.end()) {
+    throw UsageError("\"" + *word + "\" is more than " + command.name + " takes");
   }
 }
 
@@ -137,45 +227,37 @@ std::string synopsis(const CommandSpec& command) {
 
 Invocation parseCommandLine(const std::vector<std::string>& words) {
   Invocation invocation;
-  CLI::App app;
-  app.set_help_flag();
-  app.fallthrough();
-  app.require_subcommand(0, 1);
-  bool help = false;
-  bool version = false;
-  app.add_flag("-h,--help", help);
-  app.add_flag("--version", version);
-  app.add_option("--script", invocation.script);
-  app.add_flag("--echo", invocation.echo);
-  for (const OptionSpec& option : commonOptions()) addOption(app, option, invocation.common);
-  for (const CommandSpec& command : commands()) {
-    if (command.promptOnly) continue;
-    CLI::App* const sub = app.add_subcommand(command.name);
-    sub->set_help_flag();
-    addAll(*sub, command, invocation.arguments);
-    // Help is wanted although an argument is missing.
-    sub->final_callback([&invocation, &command] { invocation.command = &command; });
-  }
-  for (const std::string& word : words) {
-    if (word == "--") break;
-    help = help || word == "--help" || word == "-h";
-  }
-  if (help) {
+  Arguments program;
+  WordReader reader;
+  reader.know(commonOptions(), invocation.common);
+  reader.know(programOptions(), program);
+  std::vector<std::string> others;
+  bool named = false;
+  reader.read(words, [&](const std::string& word) {
+    if (named) return others.push_back(word);
+    named = true;
+    const CommandSpec* const command = findCommand(word);
+    if (!command) return reader.fail("there is no subcommand \"" + word + "\"");
+    if (command->promptOnly) return reader.fail(word + " is for the prompt and for scripts alone");
+    invocation.command = command;
+    reader.know(command->options, invocation.arguments);
+  });
+  if (program.has("--help")) {
     invocation.kind = Invocation::Kind::Help;
-    for (const std::string& word : words) {
-      const CommandSpec* const command = findCommand(word);
-      if (!command || command->promptOnly) continue;
-      invocation.command = command;
-      break;
-    }
     return invocation;
   }
-  parse(app, words);
-  if (version) {
+  reader.check();
+  if (program.has("--version")) {
     invocation.kind = Invocation::Kind::Version;
-  } else if (invocation.command) {
-    if (!invocation.script.empty())
+    return invocation;
+  }
+  invocation.script = program.get("--script");
+  invocation.echo = program.has("--echo");
+  if (invocation.command) {
+    if (program.has("--script")) {
       throw UsageError("--script and a subcommand exclude each other");
+    }
+    assign(*invocation.command, others, invocation.arguments);
     invocation.kind = Invocation::Kind::Run;
   }
   return invocation;
@@ -185,10 +267,13 @@ PromptInvocation parsePromptCommand(const std::vector<std::string>& words) {
   PromptInvocation invocation;
   const CommandSpec* const command = words.empty() ? nullptr : findCommand(words[0]);
   if (!command) throw UsageError("there is no \\" + (words.empty() ? "" : words[0]));
-  CLI::App app;
-  app.set_help_flag();
-  addAll(app, *command, invocation.arguments);
-  parse(app, {words.begin() + 1, words.end()});
+  WordReader reader;
+  reader.know(command->options, invocation.arguments);
+  std::vector<std::string> others;
+  reader.read({words.begin() + 1, words.end()},
+              [&](const std::string& word) { others.push_back(word); });
+  reader.check();
+  assign(*command, others, invocation.arguments);
   invocation.command = command;
   return invocation;
 }
@@ -230,10 +315,7 @@ std::string helpText(const CommandSpec* command) {
   }
   text += "\nOptions:\n";
   addOptions(text, commonOptions());
-  addEntry(text, "    --script FILE", "run the statements of a file; \"-\" is standard input");
-  addEntry(text, "    --echo", "print the statements of a script before what they give");
-  addEntry(text, "-h,--help", "this text, or that of a subcommand");
-  addEntry(text, "    --version", "the version");
+  addOptions(text, programOptions());
   text +=
       "\n"
       "The environment: NOX_URI, NOX_HOST, NOX_PORT, NOX_USER, NOX_ACCOUNT, NOX_PASSWORD_FILE,\n"

@@ -62,6 +62,21 @@ const std::vector<OptionSpec>& commonOptions() {
   return options;
 }
 
+const std::vector<OptionSpec>& programOptions() {
+  static const std::vector<OptionSpec> options = {
+      {"--script",
+       "",
+       "FILE",
+       "run the statements of a file; - is standard input",
+       {},
+       Names::LocalFile},
+      {"--echo", "", "", "print the statements of a script before what they give", {}},
+      {"--help", "-h", "", "help, of the whole or of a subcommand", {}},
+      {"--version", "", "", "the version", {}},
+  };
+  return options;
+}
+
 const std::vector<CommandSpec>& commands() {
   static const ArgumentSpec kFile = {"FILE", "a file, or \"DICT FILE\" for its dictionary"};
   static const OptionSpec kLock = {"--lock",

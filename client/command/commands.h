@@ -72,6 +72,8 @@ struct CommandSpec {
 
 /// Options that every subcommand takes.
 const std::vector<OptionSpec>& commonOptions();
+/// Options of the whole command: they belong to no session.
+const std::vector<OptionSpec>& programOptions();
 /// In the order of the help.
 const std::vector<CommandSpec>& commands();
 /// Null where there is none.

@@ -11,22 +11,6 @@ namespace nox::command {
 
 namespace {
 
-/// Options that only the whole command has.
-const std::vector<OptionSpec>& programOptions() {
-  static const std::vector<OptionSpec> options = {
-      {"--script",
-       "",
-       "FILE",
-       "run the statements of a file; - is standard input",
-       {},
-       Names::LocalFile},
-      {"--echo", "", "", "print the statements of a script before what they give", {}},
-      {"--help", "-h", "", "help, of the whole or of a subcommand", {}},
-      {"--version", "", "", "the version", {}},
-  };
-  return options;
-}
-
 std::vector<OptionSpec> globalOptions() {
   std::vector<OptionSpec> all = commonOptions();
   all.insert(all.end(), programOptions().begin(), programOptions().end());

@@ -35,6 +35,43 @@ TEST(CommandLine, TakesWordsThatLookLikeOptionsBehindADoubleDash) {
   EXPECT_EQ(invocation.arguments.all("DATA"), (Words{"-150"}));
 }
 
+TEST(CommandLine, TakesEachWordBehindADoubleDashOnceAndAsItIs) {
+  EXPECT_EQ(parseCommandLine({"run", "LIST", "P", "--", "--help"}).arguments.all("COMMAND"),
+            (Words{"LIST", "P", "--help"}));
+  EXPECT_EQ(parseCommandLine({"sql", "SELECT ?,?", "a", "--", "-x"}).arguments.all("VALUE"),
+            (Words{"a", "-x"}));
+  EXPECT_EQ(parseCommandLine({"read", "T", "n", "--", "-x", "--", "-f"}).arguments.all("ID"),
+            (Words{"n", "-x", "--", "-f"}));
+}
+
+TEST(CommandLine, TakesNoArgumentApart) {
+  for (const char* word : {"[x]", "[]", "[a,b]", "[", "]", "", "-", "a,b", "\"x\"", "{}", "%%"}) {
+    const std::string given = word;
+    EXPECT_EQ(parseCommandLine({"delete", "T", given}).arguments.all("ID"), Words{given});
+    EXPECT_EQ(parseCommandLine({"sql", "S", "1", given}).arguments.all("VALUE"),
+              (Words{"1", given}));
+    EXPECT_EQ(parsePromptCommand({"read", "T", given, "n"}).arguments.all("ID"),
+              (Words{given, "n"}));
+    EXPECT_EQ(parseCommandLine({"write", given, given, given}).arguments.get("TEXT", "none"),
+              given);
+    EXPECT_EQ(parseCommandLine({"run", "X", "-a", given, "-a", "y"}).arguments.all("--answer"),
+              (Words{given, "y"}));
+  }
+}
+
+TEST(CommandLine, TakesTheValueOfAnOptionBehindItOrBesideIt) {
+  for (const Words& words :
+       {Words{"read", "T", "1", "--format", "csv", "-t"},
+        Words{"read", "T", "1", "--format=csv", "-t"}, Words{"read", "-tf", "csv", "T", "1"},
+        Words{"-fcsv", "read", "-t", "T", "1"}}) {
+    const Invocation invocation = parseCommandLine(words);
+    EXPECT_EQ(invocation.common.get("--format"), "csv") << words[1];
+    EXPECT_TRUE(invocation.arguments.has("--tree")) << words[1];
+    EXPECT_EQ(invocation.arguments.all("ID"), Words{"1"}) << words[1];
+  }
+  EXPECT_EQ(parseCommandLine({"run", "X", "-a", "--help"}).arguments.get("--answer"), "--help");
+}
+
 TEST(CommandLine, KeepsTheWordsOfACommandApart) {
   const Invocation invocation = parseCommandLine({"run", "LIST", "ORDERS", "WITH", "X", "=", "1"});
   EXPECT_EQ(invocation.arguments.all("COMMAND"), (Words{"LIST", "ORDERS", "WITH", "X", "=", "1"}));
@@ -45,9 +82,37 @@ TEST(CommandLine, ThatIsWrongSaysSo) {
        {Words{"nonsense"}, Words{"read"}, Words{"read", "F"}, Words{"read", "F", "1", "--nonsense"},
         Words{"read", "F", "1", "--lock", "exclusive"}, Words{"ping", "--format", "yaml"},
         Words{"--user"}, Words{"files", "extra"}, Words{"begin"}, Words{"ping", "--script", "x"},
-        Words{"ping", "-f", "csv", "-f", "tsv"}}) {
+        Words{"ping", "-f", "csv", "-f", "tsv"}, Words{"read", "--tree=yes", "F", "1"}}) {
     EXPECT_THROW(parseCommandLine(words), UsageError) << (words.empty() ? "" : words[0]);
   }
+}
+
+/// What whoever wrote these words is told.
+std::string complaintOf(const Words& words) {
+  try {
+    parseCommandLine(words);
+  } catch (const UsageError& error) {
+    return error.what();
+  }
+  return "";
+}
+
+TEST(CommandLine, SaysWhatIsWrongInTheWordsOfTheHelp) {
+  EXPECT_EQ(complaintOf({"fils"}), "there is no subcommand \"fils\"");
+  EXPECT_EQ(complaintOf({"begin"}), "begin is for the prompt and for scripts alone");
+  EXPECT_EQ(complaintOf({"write", "F"}), "write needs ID");
+  EXPECT_EQ(complaintOf({"files", "extra"}), "\"extra\" is more than files takes");
+  EXPECT_EQ(complaintOf({"bench", "nope"}),
+            "OPERATION: ping, read or write was expected, not \"nope\"");
+  EXPECT_EQ(complaintOf({"read", "F", "1", "--lock", "exclusive"}),
+            "--lock: shared or update was expected, not \"exclusive\"");
+  EXPECT_EQ(complaintOf({"conv", "MD2", "-150"}),
+            "there is no option -150; behind -- words are no options");
+  EXPECT_EQ(complaintOf({"files", "--use", "x"}),
+            "there is no option --use; behind -- words are no options");
+  EXPECT_EQ(complaintOf({"files", "--user"}), "--user needs USER");
+  EXPECT_EQ(complaintOf({"ping", "-n", "1", "--count", "2"}), "--count is given twice");
+  EXPECT_EQ(complaintOf({"read", "--tree=yes", "F", "1"}), "--tree takes no value");
 }
 
 TEST(CommandLine, AsksForHelpWhateverIsMissing) {
@@ -55,6 +120,8 @@ TEST(CommandLine, AsksForHelpWhateverIsMissing) {
   const Invocation help = parseCommandLine({"read", "--help"});
   EXPECT_EQ(help.kind, Invocation::Kind::Help);
   EXPECT_STREQ(help.command->name, "read");
+  EXPECT_EQ(parseCommandLine({"read", "--nonsense", "--help"}).kind, Invocation::Kind::Help);
+  EXPECT_STREQ(parseCommandLine({"-U", "files", "-h", "read"}).command->name, "read");
   EXPECT_EQ(parseCommandLine({"--version"}).kind, Invocation::Kind::Version);
 }
 

@@ -108,6 +108,18 @@ TEST_F(NoxSubcommands, DeleteAndExistsTellByTheirStatus) {
   EXPECT_EQ(again.err, "nox: there is no record \"d\" in ORDERS\n");
 }
 
+TEST_F(NoxSubcommands, BracketsAndCommasInAnArgumentAreItsOwn) {
+  done({"write", "ORDERS", "x", "precious"});
+  done({"write", "ORDERS", "[x]", "bracketed"});
+  EXPECT_EQ(done({"read", "--text", "ORDERS", "[x]", "x"}), "bracketed\nprecious\n");
+  done({"delete", "ORDERS", "[x]"});
+  EXPECT_EQ(done({"read", "--text", "ORDERS", "x"}), "precious\n");
+  done({"delete", "ORDERS", "x"});
+  EXPECT_EQ(done({"sql", "SELECT ? AS A, ? AS B", "[]", "[a,b]", "-f", "csv"}),
+            "A,B\n[],\"[a,b]\"\n");
+  EXPECT_EQ(done({"conv", "MCU", "[a,b]"}), "DATA\tRESULT\n[a,b]\t[A,B]\n");
+}
+
 TEST_F(NoxSubcommands, SelectPrintsIdsPageByPage) {
   EXPECT_EQ(done({"select", "ORDERS", "BY-DSND", "TOTAL"}), "ID\n1\n2\n");
   EXPECT_EQ(done({"select", "ORDERS", "WITH", "NAME", "=", "\"Bob\"", "--records", "-f", "csv"}),
