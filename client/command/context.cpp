@@ -94,11 +94,7 @@ Context::Context(const Arguments& common) : common_(common) {
   if (path.empty() || path == "-") {
     output_ = std::make_unique<Output>(STDOUT_FILENO);
   } else {
-    outputDescriptor_ = open(path.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0666);
-    if (outputDescriptor_ < 0) {
-      throw Refused("cannot write " + path + ": " + std::strerror(errno));
-    }
-    output_ = std::make_unique<Output>(outputDescriptor_);
+    output_ = std::make_unique<Output>(path);
   }
   if (common_.has("--format")) format_ = parseFormat(common_.get("--format"));
 }
@@ -107,8 +103,6 @@ Context::~Context() {
   watch_.reset();
   branch_.reset();
   transaction_.reset();
-  output_.reset();
-  if (outputDescriptor_ >= 0) close(outputDescriptor_);
 }
 
 client::Options Context::options() const {

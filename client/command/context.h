@@ -96,7 +96,6 @@ private:
   std::optional<Interrupt::Watch> watch_;
   std::optional<client::Transaction> transaction_;
   std::optional<client::XaBranch> branch_;
-  int outputDescriptor_ = -1;  // of --output
   std::unique_ptr<Output> output_;
   std::optional<Format> format_;
   bool isSession_ = false;

@@ -37,6 +37,15 @@ void print(const std::string& text) {
   out.flush();
 }
 
+int runIn(Context& context, const Invocation& invocation) {
+  if (invocation.kind == Invocation::Kind::Run) {
+    return guarded(context, [&] { return invocation.command->run(context, invocation.arguments); });
+  }
+  if (!invocation.script.empty()) return runScript(context, invocation.script, invocation.echo);
+  if (isatty(STDIN_FILENO) == 1) return runPrompt(context);
+  return runScript(context, "-", invocation.echo);
+}
+
 int runInvocation(const Invocation& invocation) {
   if (invocation.kind == Invocation::Kind::Help) {
     print(helpText(invocation.command));
@@ -47,12 +56,12 @@ int runInvocation(const Invocation& invocation) {
     return kDone;
   }
   Context context(invocation.common);
-  if (invocation.kind == Invocation::Kind::Run) {
-    return guarded(context, [&] { return invocation.command->run(context, invocation.arguments); });
-  }
-  if (!invocation.script.empty()) return runScript(context, invocation.script, invocation.echo);
-  if (isatty(STDIN_FILENO) == 1) return runPrompt(context);
-  return runScript(context, "-", invocation.echo);
+  const int status = runIn(context, invocation);
+  if (status != kDone) return status;
+  return guarded(context, [&] {
+    context.out().finish();
+    return status;
+  });
 }
 
 int run(const std::vector<std::string>& words) {

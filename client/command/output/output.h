@@ -18,10 +18,14 @@ private:
   bool closed_;
 };
 
-/// Gathers text and hands it to a file descriptor that stays the caller's. One thread at a time.
+/// Gathers text and hands it to a file descriptor that stays the caller's, or to a file of its own.
+/// One thread at a time.
 class Output {
 public:
   explicit Output(int descriptor);
+  /// A file that is made, or emptied, once there is something to write: whatever fails before
+  /// leaves it as it was. Throws OutputError where it is clear by now that it cannot be written.
+  explicit Output(std::string path);
   /// Writes what is left, silently.
   ~Output();
   Output(const Output&) = delete;
@@ -33,13 +37,20 @@ public:
     pending_ += text;
   }
   void flush();
+  /// Flushes; a file is made, or emptied, although nothing was written.
+  void finish();
   bool isTerminal() const;
   /// Columns of the terminal; 0 where there is none.
   int width() const;
 
 private:
   static constexpr std::size_t kBlock = 64 * 1024;
-  int descriptor_;
+
+  void openFile();
+  [[noreturn]] void fail(const std::string& what, int error);
+
+  int descriptor_ = -1;
+  std::string path_;  // of a file of its own
   std::string pending_;
 };
 

@@ -77,8 +77,9 @@ std::string missing(const std::string& file, const std::string& id) {
 }  // namespace
 
 int runFiles(Context& context, const Arguments& /*arguments*/) {
+  const std::vector<std::string> names = filesOf(context.connection());
   const auto rows = context.rows(std::vector<OutputColumn>{{"FILE"}});
-  for (const std::string& name : filesOf(context.connection())) rows->row({name});
+  for (const std::string& name : names) rows->row({name});
   rows->end();
   return kDone;
 }

@@ -45,9 +45,9 @@ int runLogin(Context& context, const Arguments& /*arguments*/) {
   client::Connection& connection = context.connection();
   const client::ServerInfo server = connection.serverInfo();
   const std::string host = connection.host().name + ":" + std::to_string(connection.host().port);
-  const auto rows = context.rows(std::vector<OutputColumn>{{"WHAT"}, {"VALUE"}});
   const std::string account = connection.common("@ACCOUNT").bytes();
   const std::string session = connection.common("@SESSION").bytes();
+  const auto rows = context.rows(std::vector<OutputColumn>{{"WHAT"}, {"VALUE"}});
   const std::string connections = std::to_string(server.maxConnections);
   rows->row({"server", server.name + " " + server.version});
   rows->row({"host", host});
@@ -93,15 +93,20 @@ int runConv(Context& context, const Arguments& arguments) {
   const bool input = arguments.has("--input");
   // Bytes alone are of use only without what they were made from.
   const bool raw = context.format() == Format::Raw;
+  const std::vector<std::string>& all = arguments.all("DATA");
+  std::vector<std::string> results;
+  results.reserve(all.size());
+  for (const std::string& data : all) {
+    results.push_back(input ? connection.convertInput(data, code)
+                            : connection.convertOutput(data, code));
+  }
   const auto rows = raw ? context.rows(std::vector<OutputColumn>{{"RESULT"}})
                         : context.rows(std::vector<OutputColumn>{{"DATA"}, {"RESULT"}});
-  for (const std::string& data : arguments.all("DATA")) {
-    const std::string result =
-        input ? connection.convertInput(data, code) : connection.convertOutput(data, code);
+  for (std::size_t i = 0; i < all.size(); ++i) {
     if (raw) {
-      rows->row({result});
+      rows->row({results[i]});
     } else {
-      rows->row({data, result});
+      rows->row({all[i], results[i]});
     }
   }
   rows->end();

@@ -26,8 +26,9 @@ int runXa(Context& context, const Arguments& arguments) {
   const std::string action = arguments.get("ACTION");
   if (action == "list") {
     if (arguments.has("FORMAT:ID")) throw UsageError("xa list takes no branch");
+    const auto branches = context.connection().recover();
     const auto rows = context.rows(std::vector<OutputColumn>{{"BRANCH"}, {"STATE"}});
-    for (const client::XaBranchInfo& branch : context.connection().recover()) {
+    for (const client::XaBranchInfo& branch : branches) {
       rows->row({std::to_string(branch.xid.format) + ":" + branch.xid.id, branch.state});
     }
     rows->end();

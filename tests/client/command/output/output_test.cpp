@@ -6,6 +6,10 @@
 
 #include <array>
 #include <csignal>
+#include <cstdlib>
+#include <fstream>
+#include <iterator>
+#include <string>
 
 namespace nox::command {
 namespace {
@@ -67,6 +71,48 @@ TEST(Output, WritesMoreThanItsBlockInOrder) {
   }
   close(ends[0]);
   EXPECT_EQ(text, expected);
+}
+
+class OutputFile : public ::testing::Test {
+protected:
+  void SetUp() override {
+    const int file = mkstemp(path_.data());
+    ASSERT_GE(file, 0);
+    ASSERT_EQ(write(file, "before", 6), 6);
+    close(file);
+  }
+  void TearDown() override { unlink(path_.c_str()); }
+  std::string content() const {
+    std::ifstream in(path_);
+    return {std::istreambuf_iterator<char>(in), {}};
+  }
+
+  std::string path_ = "/tmp/output_test.XXXXXX";
+};
+
+TEST_F(OutputFile, KeepsWhatItHoldsUntilSomethingIsWritten) {
+  {
+    Output output(path_);
+    output.flush();
+  }
+  EXPECT_EQ(content(), "before");
+  {
+    Output output(path_);
+    output.write("new");
+    output.flush();
+    output.write("er");
+  }
+  EXPECT_EQ(content(), "newer");
+}
+
+TEST_F(OutputFile, IsEmptiedWhenNothingIsAllThereIsToWrite) {
+  Output output(path_);
+  output.finish();
+  EXPECT_EQ(content(), "");
+}
+
+TEST_F(OutputFile, InAFolderThatIsNotThereIsRefusedAtOnce) {
+  EXPECT_THROW(Output output(path_ + "/none"), OutputError);
 }
 
 TEST(Output, KnowsThatAPipeIsNoTerminal) {

@@ -2,6 +2,7 @@
 #include <gmock/gmock.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
+#include <unistd.h>
 
 #include <array>
 #include <cstdlib>
@@ -119,6 +120,45 @@ TEST_F(NoxStatuses, DataGoesToTheFileThatWasNamed) {
   EXPECT_EQ(outcome.out, "");
   EXPECT_THAT(contentOf("printed"), HasSubstr("user\tann\n"));
   EXPECT_EQ(nox({"login", "--output", "/nonexistent/file"}).status, 1);
+}
+
+TEST_F(NoxStatuses, WhatFailsPrintsNothing) {
+  Environment refused = environment();
+  refused["NOX_URI"] = "nox://ann@127.0.0.1:1/MAIN?tls=off&connect_timeout=5s";
+  for (const Words& words : {Words{"files"}, Words{"xa", "list"}, Words{"files", "-f", "json"}}) {
+    const Outcome outcome = runNox(words, refused);
+    EXPECT_EQ(outcome.status, 3) << words[0];
+    EXPECT_EQ(outcome.out, "") << words[0];
+  }
+  const Outcome wrong = nox({"conv", "D4-", "0", "abc", "-f", "json"});
+  EXPECT_EQ(wrong.status, 1);
+  EXPECT_EQ(wrong.out, "");
+}
+
+TEST_F(NoxStatuses, WhatFailsLeavesTheOutputFileAsItWas) {
+  Environment refused = environment();
+  refused["NOX_URI"] = "nox://ann@127.0.0.1:1/MAIN?tls=off&connect_timeout=5s";
+  const std::string kept = write("kept", "precious\n");
+  EXPECT_EQ(runNox({"files", "-o", kept}, refused).status, 3);
+  EXPECT_EQ(nox({"read", "MISSING", "1", "-o", kept}).status, 1);
+  EXPECT_EQ(nox({"-o", kept}, "NONSENSE\n").status, 1);
+  EXPECT_EQ(contentOf("kept"), "precious\n");
+  EXPECT_EQ(nox({"read", "MISSING", "1", "-o", file("unmade")}).status, 1);
+  EXPECT_NE(access(file("unmade").c_str(), F_OK), 0);
+}
+
+TEST_F(NoxStatuses, WhatSucceedsWithoutDataEmptiesTheOutputFile) {
+  done({"create-file", "HOLLOW", "-o", write("hollow", "old\n")});
+  EXPECT_EQ(contentOf("hollow"), "");
+  done({"-o", write("hollow-too", "old\n")}, "# nothing\n");
+  EXPECT_EQ(contentOf("hollow-too"), "");
+}
+
+TEST_F(NoxStatuses, NothingIsDoneForAnOutputFileThatCannotBe) {
+  const Outcome outcome = nox({"create-file", "UNPRINTED", "-o", "/nonexistent/file"});
+  EXPECT_EQ(outcome.status, 1);
+  EXPECT_EQ(outcome.err, "nox: cannot write /nonexistent/file: No such file or directory\n");
+  EXPECT_THAT(done({"files"}), Not(HasSubstr("UNPRINTED")));
 }
 
 TEST_F(NoxStatuses, AFullDiskIsReported) {
