@@ -137,8 +137,8 @@ const std::vector<CommandSpec>& commands() {
         {"--set",
          "-s",
          "PLACE=TEXT",
-         "change one field of the record instead: 3=x, 3.2=x, 3.2.1=x; the record is locked "
-         "meanwhile",
+         "change one field of a record that is there instead: 3=x, 3.2=x, 3.2.1=x; TEXT stands "
+         "there as it is, ^ ] \\ ~ in it are no marks; the record is locked meanwhile",
          {},
          Names::Nothing,
          true}},

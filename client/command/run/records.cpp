@@ -175,6 +175,10 @@ int runWrite(Context& context, const Arguments& arguments) {
   if (!changes.empty()) {
     client::ReadResult found = file.read(id, client::Lock::Update);
     if (found.status == client::Status::Locked) throwLocked(name, id);
+    if (found.status == client::Status::NotDone) {
+      file.release(id);  // it is taken also where there is nothing
+      throw Refused(missing(name, id));
+    }
     record = std::move(found.record);
     for (const FieldChange& change : changes) record.set(change.at, change.text);
   } else if (arguments.has("TEXT")) {

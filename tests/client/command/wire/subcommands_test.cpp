@@ -91,6 +91,30 @@ TEST_F(NoxSubcommands, WriteTakesTextBytesAndSingleFields) {
   done({"delete", "ORDERS", "w"});
 }
 
+TEST_F(NoxSubcommands, WriteSetTakesTheTextAsItIs) {
+  done({"write", "ORDERS", "s", "a^b^c"});
+  done({"write", "ORDERS", "s", "--set", "2=p]x^y\\z~41"});
+  EXPECT_EQ(done({"read", "ORDERS", "s"}),
+            "a\xFEp]x^y\\z~41\xFE"
+            "c");
+  done({"delete", "ORDERS", "s"});
+}
+
+TEST_F(NoxSubcommands, WriteSetRefusesARecordThatIsNotThere) {
+  const Outcome outcome = nox({"write", "ORDERS", "none", "--set", "2=x"});
+  EXPECT_EQ(outcome.status, 1);
+  EXPECT_EQ(outcome.err, "nox: there is no record \"none\" in ORDERS\n");
+  EXPECT_EQ(nox({"exists", "ORDERS", "none"}).status, 1);
+  Terminal terminal({}, environment());
+  terminal.waitFor("MAIN=> ");
+  terminal.type("\\write ORDERS none --set 2=x\n");
+  terminal.waitFor("there is no record \"none\"");
+  terminal.waitFor("MAIN=> ");
+  EXPECT_THAT(nox({"read", "--lock", "update", "--no-wait", "ORDERS", "none"}).err,
+              HasSubstr("there is no record"))
+      << "the session keeps no lock on it";
+}
+
 TEST_F(NoxSubcommands, WriteNewRefusesARecordThatIsThere) {
   EXPECT_EQ(nox({"write", "--new", "ORDERS", "1", "x"}).status, 1);
   EXPECT_EQ(done({"read", "--text", "ORDERS", "1"}), "Ann^1250^nuts]bolts\n");
