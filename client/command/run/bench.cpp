@@ -19,26 +19,46 @@ struct Plan {
   std::string operation;
   std::string file;
   std::string body;
+  int records = 0;  // that are read or written, in turn
   Clock::time_point end;
 };
 
+/// Writes what is read afterwards.
+void fill(client::Connection& connection, const Plan& plan) {
+  constexpr std::size_t kMostGathered = 4u << 20;
+  client::Transaction work = connection.begin();
+  client::Batch batch(connection);
+  const client::Record record(plan.body);
+  for (int i = 0; i < plan.records; ++i) {
+    batch.write(plan.file, std::to_string(i), record);
+    if (i + 1 < plan.records && batch.bytes() < kMostGathered) continue;
+    for (const client::Batch::Result& result : batch.run()) {
+      if (result.error) throw client::Error(*result.error);
+    }
+  }
+  work.commit();
+}
+
 /// The times that one connection's operations took, in microseconds.
 std::vector<float> measure(client::Connection& connection, const Plan& plan, std::size_t number) {
-  constexpr int kRecords = 1000;
   std::vector<float> times;
   std::optional<client::File> file;
   if (plan.operation != "ping") file = connection.file(plan.file);
   const client::Record record(plan.body);
   for (int i = 0; Clock::now() < plan.end && !Interrupt::pressed(); ++i) {
-    const std::string id = std::to_string(number) + "-" + std::to_string(i % kRecords);
+    std::string id = std::to_string(i % plan.records);
+    // Who writes the same record waits for the other's lock.
+    if (plan.operation == "write") id.append("-").append(std::to_string(number));
+    bool found = true;
     const auto start = Clock::now();
     if (plan.operation == "ping") {
       static_cast<void>(connection.echo(plan.body));
     } else if (plan.operation == "write") {
       file->write(id, record);
     } else {
-      static_cast<void>(file->read(id));
+      found = file->read(id).has_value();
     }
+    if (!found) throw Refused("somebody has deleted the record \"" + id + "\" of " + plan.file);
     times.push_back(std::chrono::duration<float, std::micro>(Clock::now() - start).count());
   }
   return times;
@@ -63,6 +83,12 @@ int runBench(Context& context, const Arguments& arguments) {
       static_cast<std::size_t>(numberOf(arguments.get("--connections", "1"), "--connections", 256));
   const std::uint64_t seconds = numberOf(arguments.get("--seconds", "5"), "--seconds", 3600);
 
+  // No more than the agent's memory bears, whatever their size.
+  constexpr std::size_t kMostBytes = 64u << 20;
+  constexpr std::size_t kMostRecords = 1000;
+  plan.records =
+      static_cast<int>(std::clamp<std::size_t>(kMostBytes / plan.body.size(), 1, kMostRecords));
+
   std::vector<client::Connection> opened;
   for (std::size_t i = 0; i < connections; ++i) opened.push_back(context.openAnother());
   const bool usesFile = plan.operation != "ping";
@@ -70,6 +96,12 @@ int runBench(Context& context, const Arguments& arguments) {
 
   std::vector<std::vector<float>> times(connections);
   std::vector<std::exception_ptr> failures(connections);
+  try {
+    if (plan.operation == "read") fill(opened[0], plan);
+  } catch (...) {
+    if (opened[0].isUsable()) opened[0].execute("DELETE-FILE " + plan.file + " (Y");
+    throw;
+  }
   const auto start = Clock::now();
   plan.end = start + std::chrono::seconds(seconds);
   std::vector<std::thread> threads;

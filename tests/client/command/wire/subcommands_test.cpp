@@ -285,6 +285,20 @@ TEST_F(NoxSubcommands, DumpAndEncodeNeedNoServer) {
   EXPECT_EQ(runNox({"encode"}, nothing, "{}").status, 1);
 }
 
+TEST_F(NoxSubcommands, BenchReadsRecordsOfTheSizeThatWasAsked) {
+  Environment traced = environment();
+  traced["NOX_TRACE"] = file("bench-trace");
+  const Outcome outcome = runNox({"bench", "read", "--seconds", "1", "--size", "50000"}, traced);
+  EXPECT_EQ(outcome.status, 0) << outcome.err;
+  const std::string trace = contentOf("bench-trace");
+  const std::size_t read = trace.find(" > ReadRecord ");
+  ASSERT_NE(read, std::string::npos);
+  EXPECT_EQ(trace.find(" > WriteRecord ", read), std::string::npos) << "all were written";
+  const std::size_t answer = trace.find(" bytes=", trace.find(" < ", read));
+  ASSERT_NE(answer, std::string::npos);
+  EXPECT_EQ(trace.substr(answer, 9), " bytes=50") << "the body, and less than 1000 bytes around it";
+}
+
 TEST_F(NoxSubcommands, BenchMeasuresAndCleansUp) {
   for (const char* operation : {"ping", "read", "write"}) {
     EXPECT_THAT(done({"bench", operation, "--seconds", "1", "--connections", "2", "-f", "csv"}),
