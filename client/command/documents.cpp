@@ -235,9 +235,12 @@ std::string bashCompletion() {
   std::string takeArgument;
   const auto addOption = [&](const std::string& command, const OptionSpec& option) {
     if (*option.argument == '\0') return;
-    const std::string key = command + ":" + option.name;
+    std::string key = command + ":" + option.name;
     takeArgument += " " + std::string(option.name);
-    if (*option.letter != '\0') takeArgument += " " + std::string(option.letter);
+    if (*option.letter != '\0') {
+      key.append(" | ").append(command).append(":").append(option.letter);
+      takeArgument += " " + std::string(option.letter);
+    }
     if (!option.choices.empty()) {
       choicesOf += "    " + key + ") words='" + joined(option.choices, " ") + "' ;;\n";
     } else if (option.names == Names::LocalFile) {
@@ -313,12 +316,14 @@ std::string bashCompletion() {
          "    esac\n"
          "  fi\n"
          "  if [ -n \"$files\" ]; then\n"
+         "    # A folder gets its slash and no blank; a subcommand of a folder's name is none.\n"
+         "    compopt -o filenames 2>/dev/null\n"
          "    mapfile -t COMPREPLY < <(compgen -f -- \"$current\")\n"
          "  else\n"
          "    mapfile -t COMPREPLY < <(compgen -W \"$words\" -- \"$current\")\n"
          "  fi\n"
          "}\n"
-         "complete -o filenames -F _nox nox\n";
+         "complete -F _nox nox\n";
 }
 
 // --- zsh -----------------------------------------------------------------------------------------

@@ -56,8 +56,53 @@ TEST(BashCompletion, CompletesSubcommandsOptionsAndChoices) {
                              "[ \"$(try nox read --lock sh)\" = shared ] || exit 3\n"
                              "[ \"$(try nox --user ann pi)\" = ping ] || exit 4\n"
                              "[ \"$(try nox ping --format exp)\" = expanded ] || exit 5\n"
-                             "[ \"$(try nox xa com)\" = commit ] || exit 6\n";
+                             "[ \"$(try nox xa com)\" = commit ] || exit 6\n"
+                             "[ \"$(try nox -f exp)\" = expanded ] || exit 7\n"
+                             "[ \"$(try nox files -f exp)\" = expanded ] || exit 8\n"
+                             "[ \"$(try nox -f csv pi)\" = ping ] || exit 9\n";
   EXPECT_EQ(statusOf("bash", script), 0);
+}
+
+TEST(BashCompletion, TreatsNamesAsFilesOnlyWhereFilesAreMeant) {
+  const std::string script = bashCompletion() +
+                             "compopt() { told=\"$*\"; }\n"
+                             "try() {\n"
+                             "  COMP_WORDS=(\"$@\"); COMP_CWORD=$(($# - 1)); COMPREPLY=(); told=\n"
+                             "  _nox\n"
+                             "}\n"
+                             "cd \"$(mktemp -d)\" && trap 'rm -r \"$PWD\"' EXIT && mkdir bench\n"
+                             "try nox ben; [ \"$COMPREPLY\" = bench ] || exit 1\n"
+                             "[ -z \"$told\" ] || exit 2\n"
+                             "for option in -o --output --script; do\n"
+                             "  try nox $option ben; [ \"$COMPREPLY\" = bench ] || exit 3\n"
+                             "  [ \"$told\" = '-o filenames' ] || exit 4\n"
+                             "done\n"
+                             "try nox -o fil; [ -z \"$COMPREPLY\" ] || exit 5\n"
+                             "try nox load F ben; [ \"$told\" = '-o filenames' ] || exit 6\n"
+                             "[ \"$(complete -p nox)\" = 'complete -F _nox nox' ] || exit 7\n";
+  EXPECT_EQ(statusOf("bash", script), 0);
+}
+
+TEST(ZshCompletion, OffersTheSameBehindALetter) {
+  const std::string text = zshCompletion();
+  for (const char* name : {"    '--format[", "    '-f["}) {
+    const std::size_t at = text.find(name);
+    ASSERT_NE(at, std::string::npos) << name;
+    EXPECT_NE(text.substr(at, text.find('\n', at) - at).find(":FORMAT:(table expanded csv"),
+              std::string::npos);
+  }
+  for (const char* name : {"    '--output[", "    '-o["}) {
+    const std::size_t at = text.find(name);
+    ASSERT_NE(at, std::string::npos) << name;
+    EXPECT_NE(text.substr(at, text.find('\n', at) - at).find(":FILE:_files'"), std::string::npos);
+  }
+}
+
+TEST(FishCompletion, OffersTheSameBehindALetter) {
+  const std::string text = fishCompletion();
+  EXPECT_NE(text.find("complete -c nox -l format -s f -x -a 'table expanded csv"),
+            std::string::npos);
+  EXPECT_NE(text.find("complete -c nox -l output -s o -r -F "), std::string::npos);
 }
 
 TEST(ZshCompletion, KnowsEverySubcommandAndOption) {
