@@ -8,8 +8,10 @@
 #include <stdexcept>
 #include <vector>
 
+#include "client/command/base64.h"
 #include "client/command/dump/fields.h"
 #include "client/command/dump/json.h"
+#include "client/command/output/text.h"
 
 namespace nox::command {
 
@@ -344,20 +346,63 @@ ReadFrame read(std::string_view bytes, ObjectFactory& factory) {
   return result;
 }
 
-std::string xmlOf(Serializable& object, CatalogueFactory& factory) {
-  MemoryBufferOutStream text;
-  XMLObjectWriter(&factory, &text).writeRoot(object);
-  std::string& xml = text.str();
-  if (xml.empty() || xml.back() != '\n') xml += '\n';
-  return std::move(xml);
+/// ` name="..."`; bytes that XML cannot hold are ` base64="..."` instead.
+std::string xmlAttribute(const char* name, std::string_view bytes) {
+  const std::optional<std::string> text = xmlText(bytes);
+  std::string attribute = " ";
+  attribute.append(text ? name : "base64").append("=\"");
+  return attribute.append(text ? *text : base64Of(bytes)).append("\"");
 }
 
-bool hasSecrets(const ObjectFields& object) {
-  for (const Field& field : object.fields) {
-    if (field.secret || (field.object && hasSecrets(*field.object))) return true;
-  }
-  return false;
+/// An element for something that is no object.
+std::string xmlElement(const char* name, std::string_view value) {
+  return std::string("<") + name + xmlAttribute("value", value) + "/>\n";
 }
+
+/// The elements of XMLObjectWriter, and one for blobs. That one asks the object for its fields and
+/// leaves out what is neither a number nor a NOXPString.
+class Xml {
+public:
+  explicit Xml(ObjectFactory& factory) : factory_(factory) {}
+
+  std::string of(const ObjectFields& root) {
+    object(root, "");
+    return std::move(text_);
+  }
+
+private:
+  void object(const ObjectFields& object, const std::string& name) {
+    const char* const typeName = factory_.getTypeName(object.type);
+    text_ += "<o" + xmlAttribute("type", std::to_string(object.type)) +
+             xmlAttribute("typeName", typeName ? typeName : "") + xmlAttribute("name", name) +
+             xmlAttribute("version", std::to_string(object.version)) + ">";
+    for (const Field& field : object.fields) value(field);
+    text_ += "</o>\n";
+  }
+
+  void value(const Field& field) {
+    switch (field.kind) {
+      case Field::Kind::Number:
+        return element("int", field, std::to_string(field.number));
+      case Field::Kind::Text:
+        return element("var", field, field.bytes);
+      case Field::Kind::Blob:
+        return element("blob", field, field.bytes);
+      case Field::Kind::Object:
+        return object(*field.object, field.name);
+      case Field::Kind::Null:
+        text_ += "<nullobj" + xmlAttribute("name", field.name) + "/>";
+    }
+  }
+
+  void element(const char* kind, const Field& field, const std::string& bytes) {
+    text_.append("<").append(kind).append(xmlAttribute("name", field.name));
+    text_.append(xmlAttribute("value", bytes)).append("/>");
+  }
+
+  ObjectFactory& factory_;
+  std::string text_;
+};
 
 void hideSecrets(ObjectFields& object) {
   for (Field& field : object.fields) {
@@ -380,29 +425,26 @@ std::string render(const CapturedFrame& frame, Rendering rendering, CatalogueFac
                    const RenderOptions& options) {
   if (frame.http) {
     if (rendering == Rendering::Json) return jsonOfText("http", frame.bytes) + "\n";
+    if (rendering == Rendering::Xml) return xmlElement("http", frame.bytes);
     return "HTTP " + quoted(frame.bytes, options.mostBytes) + "\n";
   }
   ReadFrame read = command::read(frame.bytes, factory);
-  if (rendering == Rendering::Xml && read.object && read.problem.empty()) {
-    std::string xml = xmlOf(*read.object, factory);
-    // It shows every string; a message with a password is shown as a tree instead.
-    nameFields(read.fields, *command::read(frame.bytes, factory).object);
-    if (options.showPasswords || !hasSecrets(read.fields)) return xml;
-    return Tree(factory, options).of(read.fields);
-  }
   if (read.object) nameFields(read.fields, *read.object);
   if (rendering == Rendering::Hex || !read.problem.empty()) {
     std::vector<ValueName> names;
     collectNames(read.fields, names);
     std::string text = Hex(frame.bytes, names, factory, options).text();
     if (!read.problem.empty()) text += "! " + read.problem + "\n";
-    return rendering == Rendering::Json ? jsonOfText("broken", text) + "\n" : text;
+    if (rendering == Rendering::Json) return jsonOfText("broken", text) + "\n";
+    return rendering == Rendering::Xml ? xmlElement("broken", text) : text;
   }
-  if (!read.object) return rendering == Rendering::Json ? "null\n" : "the null object\n";
-  if (rendering == Rendering::Json) {
-    if (!options.showPasswords) hideSecrets(read.fields);
-    return jsonOf(read.fields, factory) + "\n";
+  if (!read.object) {
+    if (rendering == Rendering::Json) return "null\n";
+    return rendering == Rendering::Xml ? "<nullobj name=\"\"/>\n" : "the null object\n";
   }
+  if (rendering != Rendering::Tree && !options.showPasswords) hideSecrets(read.fields);
+  if (rendering == Rendering::Json) return jsonOf(read.fields, factory) + "\n";
+  if (rendering == Rendering::Xml) return Xml(factory).of(read.fields);
   return Tree(factory, options).of(read.fields);
 }
 

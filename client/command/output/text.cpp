@@ -85,6 +85,44 @@ std::string visible(std::string_view bytes, bool lines) {
   return shown;
 }
 
+std::optional<std::string> xmlText(std::string_view bytes) {
+  constexpr UChar32 kNoCharacter = 0xFFFE;  // and the one behind it
+  std::string text;
+  text.reserve(bytes.size());
+  std::int32_t i = 0;
+  while (i < static_cast<std::int32_t>(bytes.size())) {
+    const auto begin = static_cast<std::size_t>(i);
+    const UChar32 character = nextCharacter(bytes, i);
+    switch (character) {
+      case '&':
+        text += "&amp;";
+        continue;
+      case '<':
+        text += "&lt;";
+        continue;
+      case '>':
+        text += "&gt;";
+        continue;
+      case '"':
+        text += "&quot;";
+        continue;
+      // Readers make blanks of these unless they are written so.
+      case '\t':
+      case '\n':
+      case '\r':
+        text += "&#" + std::to_string(character) + ";";
+        continue;
+      default:
+        break;
+    }
+    if (character < ' ' || character == kNoCharacter || character == kNoCharacter + 1) {
+      return std::nullopt;
+    }
+    text += bytes.substr(begin, static_cast<std::size_t>(i) - begin);
+  }
+  return text;
+}
+
 std::size_t displayWidth(std::string_view utf8) {
   if (isPlain(utf8)) return utf8.size();
   std::size_t width = 0;

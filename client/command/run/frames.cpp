@@ -21,7 +21,10 @@ int runDump(Context& context, const Arguments& arguments) {
     context.checkInterrupt();
     // JSON stays one message per line, so that encode reads it.
     if (*rendering != Rendering::Json) {
-      if (!frame.origin.empty() && frame.origin != stream) out.write("# " + frame.origin + "\n");
+      if (!frame.origin.empty() && frame.origin != stream) {
+        const bool xml = *rendering == Rendering::Xml;
+        out.write(xml ? "<!-- " + frame.origin + " -->\n" : "# " + frame.origin + "\n");
+      }
       stream = frame.origin;
     }
     out.write(render(frame, *rendering, factory, options));

@@ -106,6 +106,44 @@ TEST(Hex, ShowsACompressedFrameAsSuch) {
             std::string::npos);
 }
 
+TEST(Xml, ShowsEveryField) {
+  Properties properties;
+  properties.setProperty("TIMEZONE", "a<b & \"c\"\n");
+  EXPECT_EQ(rendered(frameOf(common::SetPropertiesRequestProt(properties)), Rendering::Xml),
+            "<o type=\"229\" typeName=\"SetPropertiesRequestProt\" name=\"\" version=\"0\">"
+            "<int name=\"length\" value=\"1\"/><var name=\"key\" value=\"TIMEZONE\"/>"
+            "<var name=\"value\" value=\"a&lt;b &amp; &quot;c&quot;&#10;\"/></o>\n");
+  remote::ToviResponseProt reply(0, new NOXPBlob("a\xFE"
+                                                 "b"));
+  EXPECT_EQ(rendered(frameOf(reply), Rendering::Xml),
+            "<o type=\"301\" typeName=\"ToviResponse\" name=\"\" version=\"0\">"
+            "<int name=\"_status\" value=\"0\"/><blob name=\"_data\" base64=\"Yf5i\"/>"
+            "<nullobj name=\"_selectList\"/></o>\n");
+}
+
+TEST(Xml, HidesPasswordsUnlessAsked) {
+  AuthenticationRequestProt login(new AccountUserCredentialsProt("ann", "MAIN", "secret"));
+  EXPECT_EQ(rendered(frameOf(login), Rendering::Xml),
+            "<o type=\"15\" typeName=\"AuthenticationRequest\" name=\"\" version=\"0\">"
+            "<o type=\"112\" typeName=\"AccountUserCredentials\" name=\"\" version=\"0\">"
+            "<var name=\"userName\" value=\"ann\"/><var name=\"account\" value=\"MAIN\"/>"
+            "<var name=\"password\" value=\"********\"/></o>\n</o>\n");
+  RenderOptions all;
+  all.showPasswords = true;
+  EXPECT_NE(rendered(frameOf(login), Rendering::Xml, all).find("value=\"secret\""),
+            std::string::npos);
+}
+
+TEST(Xml, HasElementsForWhatIsNoObject) {
+  CatalogueFactory factory;
+  EXPECT_EQ(render({"GET / HTTP/1.0\r\n\r\n", "", 0, true}, Rendering::Xml, factory),
+            "<http value=\"GET / HTTP/1.0&#13;&#10;&#13;&#10;\"/>\n");
+  EXPECT_EQ(rendered(bytes("00 00 00 09  5B  4C 49 00 00 00 01 3B  5D"), Rendering::Xml),
+            "<nullobj name=\"\"/>\n");
+  EXPECT_EQ(rendered(bytes("00 00 00 04  5B 4C 58 5D"), Rendering::Xml).substr(0, 25),
+            "<broken value=\"000000  00");
+}
+
 TEST(Xml, IsTheLibrarysRendering) {
   EXPECT_EQ(rendered(frameOf(remote::CloseFileRequestProt("F")), Rendering::Xml),
             "<o type=\"206\" typeName=\"CloseFileRequest\" name=\"\" version=\"0\">"

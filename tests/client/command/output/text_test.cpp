@@ -41,5 +41,17 @@ TEST(DisplayWidth, CountsColumnsOfATerminal) {
   EXPECT_EQ(displayWidth("e\xCC\x81"), 1u) << "a letter and its combining accent";
 }
 
+TEST(XmlText, HasReferencesForWhatXmlWouldRead) {
+  EXPECT_EQ(xmlText("a<b> & \"c\"\t\r\n'é'"), "a&lt;b&gt; &amp; &quot;c&quot;&#9;&#13;&#10;'é'");
+  EXPECT_EQ(xmlText(""), "");
+}
+
+TEST(XmlText, IsNotForBytesThatXmlCannotHold) {
+  EXPECT_FALSE(xmlText("a\xFE"));
+  EXPECT_FALSE(xmlText("\x01"));
+  EXPECT_FALSE(xmlText("\xEF\xBF\xBE"));  // U+FFFE
+  EXPECT_FALSE(xmlText(std::string_view("\0", 1)));
+}
+
 }  // namespace
 }  // namespace nox::command
