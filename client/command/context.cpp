@@ -23,6 +23,11 @@ namespace {
 // How often whoever waits for input looks whether the user still wants to, in milliseconds.
 constexpr int kLookEvery = 100;
 
+// The data types of SQL that hold numbers, by their usual codes.
+constexpr int kNumeric = 2;
+constexpr int kInteger = 4;
+constexpr int kReal = 8;
+
 /// The terminal, whatever standard input and output are.
 class Terminal {
 public:
@@ -197,8 +202,9 @@ std::unique_ptr<RowWriter> Context::rows(std::vector<client::Column> columns) {
   std::vector<OutputColumn> described;
   described.reserve(columns.size());
   for (client::Column& column : columns) {
-    // Numbers have a precision and are no blobs; what their type is called is the store's.
-    described.push_back({std::move(column.name), false});
+    const bool isNumber =
+        column.dataType == kNumeric || column.dataType == kInteger || column.dataType == kReal;
+    described.push_back({std::move(column.name), isNumber, isNumber});
   }
   return rows(std::move(described));
 }

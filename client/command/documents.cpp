@@ -130,8 +130,8 @@ RFC 4180 with line feeds; null is nothing, an empty text is \(dq\(dq
 tabs, with \et, \en, \er and \e\e escaped; null is \eN
 .TP
 .B json\fR, \fBjsonl
-an array of objects, and an object per line; bytes that are no UTF\-8 are {\(dqbase64\(dq:
-\(dq...\(dq}
+an array of objects, and an object per line; numbers of SQL are numbers, bytes that are no UTF\-8
+are {\(dqbase64\(dq: \(dq...\(dq}
 .TP
 .B raw
 the bytes; columns joined by attribute marks

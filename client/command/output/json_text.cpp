@@ -10,6 +10,13 @@ namespace nox::command {
 
 namespace {
 
+/// Takes the digits in front away; how many there were.
+std::size_t takeDigits(std::string_view& text) {
+  const std::size_t digits = std::min(text.find_first_not_of("0123456789"), text.size());
+  text.remove_prefix(digits);
+  return digits;
+}
+
 /// Stands in a JSON string as itself.
 bool isPlain(char c) { return c >= ' ' && c <= '~' && c != '"' && c != '\\'; }
 
@@ -34,6 +41,23 @@ void addJsonText(std::string& json, std::string_view bytes) {
   } catch (const nlohmann::json::type_error&) {  // no UTF-8
     json += R"({"base64":")" + base64Of(bytes) + "\"}";
   }
+}
+
+bool isJsonNumber(std::string_view text) {
+  if (!text.empty() && text.front() == '-') text.remove_prefix(1);
+  const bool padded = !text.empty() && text.front() == '0';
+  const std::size_t digits = takeDigits(text);
+  if (digits == 0 || (padded && digits > 1)) return false;
+  if (!text.empty() && text.front() == '.') {
+    text.remove_prefix(1);
+    if (takeDigits(text) == 0) return false;
+  }
+  if (!text.empty() && (text.front() == 'e' || text.front() == 'E')) {
+    text.remove_prefix(1);
+    if (!text.empty() && (text.front() == '+' || text.front() == '-')) text.remove_prefix(1);
+    if (takeDigits(text) == 0) return false;
+  }
+  return text.empty();
 }
 
 }  // namespace nox::command

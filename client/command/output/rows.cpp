@@ -232,7 +232,13 @@ public:
     for (std::size_t i = 0; i < values.size(); ++i) {
       if (i > 0) line += ',';
       line += i < names_.size() ? names_[i] : "\"\":";
-      line += values[i] ? jsonText(*values[i]) : "null";
+      if (!values[i]) {
+        line += "null";
+      } else if (i < columns_.size() && columns_[i].number && isJsonNumber(*values[i])) {
+        line += *values[i];
+      } else {
+        addJsonText(line, *values[i]);
+      }
     }
     line += array_ ? "}" : "}\n";
     output_.write(line);

@@ -20,7 +20,8 @@ std::vector<std::string> formatNames();
 
 struct OutputColumn {
   std::string name;
-  bool right = false;  // numbers
+  bool right = false;   // aligned as numbers are
+  bool number = false;  // JSON shows its values as numbers, where they are
 };
 
 struct OutputStyle {
@@ -37,8 +38,8 @@ using OutputValue = std::optional<std::string_view>;  // nothing: null
 ///   expanded  a line per value
 ///   csv       RFC 4180 with line feeds; null is nothing, an empty text ""
 ///   tsv       \t \n \r \\ escaped, null \N
-///   json      an array of objects; jsonl an object per line. Bytes that are no UTF-8 are
-///             {"base64": "..."}
+///   json      an array of objects; jsonl an object per line. Values of columns of numbers are
+///             numbers where they are such in JSON, bytes that are no UTF-8 {"base64": "..."}
 ///   raw       the bytes, columns joined by attribute marks, a line feed behind each row
 class RowWriter {
 public:

@@ -6,6 +6,8 @@
 #include <cstdio>
 #include <memory>
 
+#include "client/command/output/json_text.h"
+
 namespace nox::command {
 namespace {
 
@@ -89,6 +91,28 @@ TEST(JsonRows, AreOneArrayOfObjects) {
   EXPECT_EQ(written(Format::Json, kColumns, {{"A\"1", "7"}, {"B", std::nullopt}}),
             "[\n{\"ID\":\"A\\\"1\",\"QTY\":\"7\"},\n{\"ID\":\"B\",\"QTY\":null}\n]\n");
   EXPECT_EQ(written(Format::Json, kColumns, {}), "[]\n");
+}
+
+TEST(JsonRows, ShowNumbersOfNumericColumnsAsSuch) {
+  EXPECT_EQ(written(Format::Jsonl, {{"N", true, true}, {"T"}},
+                    {{"42", "42"}, {"-1.50e+3", ""}, {"007", ""}, {"2026-07-24", ""}, {"", ""}}),
+            "{\"N\":42,\"T\":\"42\"}\n"
+            "{\"N\":-1.50e+3,\"T\":\"\"}\n"
+            "{\"N\":\"007\",\"T\":\"\"}\n"
+            "{\"N\":\"2026-07-24\",\"T\":\"\"}\n"
+            "{\"N\":\"\",\"T\":\"\"}\n");
+}
+
+TEST(JsonNumbers, FollowTheGrammar) {
+  for (const char* text :
+       {"0", "-0", "10", "0.5", "-12.50", "1e5", "1E+05", "0e-1", "12345678901234567890123"}) {
+    EXPECT_TRUE(isJsonNumber(text)) << text;
+  }
+  for (const char* text :
+       {"",   "-",  "+1", "01",  "-01", ".5",  "1.",  "1.e5", "1e",    "1e+",
+        "1 ", " 1", "1a", "0x1", "Inf", "NaN", "--1", "1,5",  "1.2.3", "1e5.0"}) {
+    EXPECT_FALSE(isJsonNumber(text)) << text;
+  }
 }
 
 TEST(JsonRows, CarryBytesThatAreNoTextAsBase64) {

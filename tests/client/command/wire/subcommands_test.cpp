@@ -168,6 +168,20 @@ TEST_F(NoxSubcommands, SqlPrintsRowsAndCountsChanges) {
   done({"sql", "DROP TABLE t"});
 }
 
+TEST_F(NoxSubcommands, SqlNumbersAreNumbers) {
+  done({"sql", "CREATE TABLE u (i INTEGER, r REAL, n DECIMAL(10,2), c VARCHAR(9))"});
+  done({"sql", "INSERT INTO u VALUES (42, 1.5, 7, '42'), (NULL, -2.25, 'soon', '007')"});
+  EXPECT_EQ(done({"sql", "SELECT * FROM u ORDER BY c DESC", "-f", "jsonl"}),
+            "{\"i\":42,\"r\":1.5,\"n\":7,\"c\":\"42\"}\n"
+            "{\"i\":null,\"r\":-2.25,\"n\":\"soon\",\"c\":\"007\"}\n");
+  EXPECT_EQ(done({"sql", "SELECT i, c, r FROM u ORDER BY c DESC", "-f", "table"}),
+            " i  c        r\n"
+            "--  ---  -----\n"
+            "42  42     1.5\n"
+            "    007  -2.25\n");
+  done({"sql", "DROP TABLE u"});
+}
+
 TEST_F(NoxSubcommands, RunPrintsWhatACommandPrints) {
   EXPECT_EQ(done({"run", "COUNT", "ORDERS", "WITH", "TOTAL", ">", "1.00"}), "1 records counted\n");
   EXPECT_EQ(done({"run", "--rows", "-f", "csv", "SORT", "ORDERS", "NAME", "TOTAL"}),
