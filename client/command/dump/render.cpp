@@ -421,6 +421,11 @@ std::optional<Rendering> parseRendering(std::string_view name) {
   return std::nullopt;
 }
 
+std::string renderOrigin(const std::string& origin, Rendering rendering) {
+  if (origin.empty() || rendering == Rendering::Json) return "";
+  return rendering == Rendering::Xml ? "<!-- " + origin + " -->\n" : "# " + origin + "\n";
+}
+
 std::string render(const CapturedFrame& frame, Rendering rendering, CatalogueFactory& factory,
                    const RenderOptions& options) {
   if (frame.http) {

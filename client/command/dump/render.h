@@ -26,4 +26,8 @@ struct RenderOptions {
 std::string render(const CapturedFrame& frame, Rendering rendering, CatalogueFactory& factory,
                    const RenderOptions& options = {});
 
+/// The line above the frames of a stream that is called `origin`. JSON has none: it stays a message
+/// per line, so that encode reads it.
+std::string renderOrigin(const std::string& origin, Rendering rendering);
+
 }  // namespace nox::command

@@ -19,14 +19,8 @@ int runDump(Context& context, const Arguments& arguments) {
   std::string stream;
   for (const CapturedFrame& frame : found.frames) {
     context.checkInterrupt();
-    // JSON stays one message per line, so that encode reads it.
-    if (*rendering != Rendering::Json) {
-      if (!frame.origin.empty() && frame.origin != stream) {
-        const bool xml = *rendering == Rendering::Xml;
-        out.write(xml ? "<!-- " + frame.origin + " -->\n" : "# " + frame.origin + "\n");
-      }
-      stream = frame.origin;
-    }
+    if (frame.origin != stream) out.write(renderOrigin(frame.origin, *rendering));
+    stream = frame.origin;
     out.write(render(frame, *rendering, factory, options));
   }
   out.flush();

@@ -168,6 +168,15 @@ TEST(Renderings, SurviveDamagedFrames) {
   }
 }
 
+TEST(Renderings, NameAStreamInTheirOwnWay) {
+  EXPECT_EQ(renderOrigin("10.0.0.1:5000 > 10.0.0.2:7433", Rendering::Tree),
+            "# 10.0.0.1:5000 > 10.0.0.2:7433\n");
+  EXPECT_EQ(renderOrigin("10.0.0.1:5000 > 10.0.0.2:7433", Rendering::Xml),
+            "<!-- 10.0.0.1:5000 > 10.0.0.2:7433 -->\n");
+  EXPECT_EQ(renderOrigin("10.0.0.1:5000 > 10.0.0.2:7433", Rendering::Json), "");
+  EXPECT_EQ(renderOrigin("", Rendering::Tree), "");
+}
+
 TEST(Renderings, ShowHttpAsText) {
   CatalogueFactory factory;
   const CapturedFrame request{"GET / HTTP/1.0\r\n\r\n", "", 0, true};
