@@ -63,7 +63,7 @@ session() {
 
 start_agent() {
   rm -f ports
-  echo '$ noxd --config data/noxd.toml &'
+  echo '$ noxd --config data/noxd.toml --ports-file ports 2>>log &'
   noxd --config data/noxd.toml --ports-file ports 2>>log &
   agent=$!
   local i
@@ -76,14 +76,16 @@ start_agent() {
   plain=$(sed -n 's/^plain //p' ports)
   tls=$(sed -n 's/^tls //p' ports)
   export NOX_URI="nox://demo@localhost:$tls/MAIN?ca=$work/data/tls/certificate.pem&password_file=$work/password"
+  printf "\$ export NOX_URI='%s'\n" "$NOX_URI"
   printf '(process %s; port %s for TLS, %s for plain text on this machine)\n' "$agent" "$tls" "$plain"
 }
 
 step 'A data directory with an account, a user, a certificate of its own and a password'
+echo '$ head -c 18 /dev/urandom | base64 >password'
 head -c 18 /dev/urandom | base64 >password
-chmod 600 password
+run chmod 600 password
 run noxd init --data-dir data --account MAIN --user demo --password-file password --self-signed
-sed -i 's/^#listen = .*/listen = "127.0.0.1:0"/' data/noxd.toml
+run sed -i 's/^#listen = .*/listen = "127.0.0.1:0"/' data/noxd.toml
 run noxd --check-config --config data/noxd.toml
 start_agent
 run nox login -f table
@@ -113,28 +115,37 @@ printf '$ NOX_TRACE=trace nox exists PACKAGES %s; cat trace\n' "$shell"
 NOX_TRACE=trace nox exists PACKAGES "$shell"
 cat trace
 echo '{"type": "ReadRecordRequest", "fields": [["readMode", 0], ["_fileName", "PACKAGES"], ["_recordId", "'"$shell"'"]]}' >request.json
+run cat request.json
 run nox encode request.json -o frame
 run nox dump --as hex frame
 
 step 'Two clients and one record: a lock keeps the second one out'
-mkfifo typed
-nox --script typed >other.out 2>&1 &
+# A statement for the first client, which reads them from a pipe as they come.
+tell() {
+  printf "\$ printf '%%s\\\\n' '%s' >&4\n" "$1"
+  printf '%s\n' "$1" >&4
+}
+run mkfifo typed
+echo '$ nox --script typed --echo >other.out 2>&1 &      (the first client)'
+nox --script typed --echo >other.out 2>&1 &
 other=$!
+echo '$ exec 4>typed'
 exec 4>typed
-echo "\\read --lock update --text PACKAGES $shell" >&4
-printf '$ nox                                   (the first client)\n=> \\read --lock update PACKAGES %s\n' "$shell"
+tell "\\read --lock update --text PACKAGES $shell"
 for i in $(seq 200); do
   [ "$(nox monitor locks -f raw --no-header | wc -l)" -eq 0 ] || break
   sleep 0.05
 done
 run nox monitor locks -f table
 run_expecting 1 nox read --lock update --no-wait PACKAGES "$shell"
-printf '=> \\write --set 9=favourite PACKAGES %s  (the first client)\n=> \\q\n' "$shell"
-echo "\\write --set 9=favourite PACKAGES $shell" >&4
-echo '\q' >&4
+tell "\\write --set 9=favourite PACKAGES $shell"
+tell '\q'
+echo '$ exec 4>&-'
 exec 4>&-
+show wait "$other"
 wait "$other" || { cat other.out; fail 'the first client failed'; }
 other=
+run cat other.out
 run nox write --set 9.2=seen-twice PACKAGES "$shell"
 run nox read --text PACKAGES "$shell"
 
