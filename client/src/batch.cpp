@@ -122,6 +122,11 @@ std::size_t Batch::release(std::string_view file, std::string_view id) {
 }
 
 std::size_t Batch::update(Statement& statement, const std::vector<Value>& values) {
+  // Each connection counts its statements by itself: here the number may be another one's.
+  if (&statement.state_->use() != state_->link.get()) {
+    throw Error(sqlstate::kBadArgument, "the statement belongs to another connection",
+                Outcome::NotSent);
+  }
   // A statement that refused its values would run with those before them.
   const std::size_t wanted = statement.parameters().size();
   if (values.size() != wanted) {

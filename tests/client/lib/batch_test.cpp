@@ -117,6 +117,33 @@ TEST_F(Batches, RunStatementsWithValuesOfTheirOwn) {
                                    "Execute 3", "Bind 3 12:b", "Execute 3"));
 }
 
+TEST_F(Batches, TakeNoStatementOfAnotherConnection) {
+  // Both servers call their statement 3.
+  Peer peer(test::serving(
+      [](PeerConnection& client, Serializable&) { client.send(noxp::sql::SQLOKResponseProt(3)); }));
+  Connection other = Connection::open(peer.uri());
+  Statement foreign = other.prepare("DELETE FROM U");
+  reply<noxp::sql::SQLOKResponseProt>(3);
+  Statement own = connection_.prepare("DELETE FROM T");
+  Batch batch(connection_);
+  try {
+    batch.update(foreign, {});
+    FAIL() << "nothing was thrown";
+  } catch (const Error& error) {
+    EXPECT_EQ(error.sqlState(), sqlstate::kBadArgument);
+    EXPECT_EQ(error.outcome(), Outcome::NotSent);
+    EXPECT_EQ(error.message(), "the statement belongs to another connection");
+  }
+  own.close();
+  try {
+    batch.update(own, {});
+    FAIL() << "nothing was thrown";
+  } catch (const Error& error) {
+    EXPECT_EQ(error.sqlState(), sqlstate::kUnusable) << "it was closed";
+  }
+  EXPECT_EQ(batch.size(), 0u);
+}
+
 TEST_F(Batches, MakeTheConnectionUnusableWhereAnAnswerIsOfTheWrongKind) {
   Batch batch(connection_);
   batch.exists("F", "1");

@@ -53,7 +53,8 @@ public:
   std::size_t exists(std::string_view file, std::string_view id);
   std::size_t release(std::string_view file, std::string_view id);
   /// A prepared statement that answers no rows, with values of its own. The statement must live
-  /// until run() returns. Error 02001 when the number of values is wrong.
+  /// until run() returns. Error 02001 when the number of values is wrong, 22023 for a statement of
+  /// another connection.
   std::size_t update(Statement& statement, const std::vector<Value>& values);
 
   /// Results that run() will give.
