@@ -120,8 +120,14 @@ CommandResult Connection::execute(std::string_view command) {
 }
 
 CommandResult Connection::execute(std::string_view command, const SelectList& active) {
+  const SelectList::State& used = *active.state_;
+  if (!used.link) throw Error(sqlstate::kUnusable, "the list was closed", Outcome::NotSent);
+  // Each session counts its lists by itself: here the number may be another one's.
+  if (used.link != link_) {
+    throw Error(sqlstate::kBadArgument, "the list belongs to another connection", Outcome::NotSent);
+  }
   SelectListProt list;
-  list.setId(active.id());
+  list.setId(used.id);
   return Conversation::State::ofCommand(link_, command, &list)->finish();
 }
 

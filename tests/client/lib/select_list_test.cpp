@@ -11,6 +11,8 @@ namespace {
 using noxp::remote::SelectListFetchResponseProt;
 using noxp::remote::SelectListProt;
 using noxp::remote::ToviResponseProt;
+using test::Peer;
+using test::PeerConnection;
 using testing::ElementsAre;
 using testing::IsEmpty;
 
@@ -253,6 +255,29 @@ TEST_F(SelectLists, GoAlongWithACommand) {
   reply<noxp::remote::ExecuteResponseProt>(&none, &none, nullptr);
   connection_.execute("LIST F", {"x", "y"});
   EXPECT_THAT(asked(), ElementsAre("Run LIST F list 4: v1", "Run LIST F list 0:x|y v1"));
+}
+
+TEST_F(SelectLists, GoAlongWithNoCommandOfAnotherConnection) {
+  // This server's list 4 is another one.
+  Peer peer(test::serving([](PeerConnection& client, Serializable&) {
+    NOXPBlob none("");
+    client.send(noxp::remote::ExecuteResponseProt(&none, &none, nullptr));
+  }));
+  Connection other = Connection::open(peer.uri());
+  SelectList list = select({"A"});
+  const auto refused = [&](Connection& connection) -> std::string {
+    try {
+      connection.execute("LIST F", list);
+    } catch (const Error& error) {
+      EXPECT_EQ(error.outcome(), Outcome::NotSent);
+      return error.what();
+    }
+    return "done";
+  };
+  EXPECT_EQ(refused(other), "22023: the list belongs to another connection");
+  list.close();
+  EXPECT_EQ(refused(connection_), "08003: the list was closed");
+  EXPECT_THAT(asked(), ElementsAre("ListClose 4"));
 }
 
 TEST_F(SelectLists, GiveTheirRecordsAway) {

@@ -102,7 +102,7 @@ public:
   /// Runs a command line. Error IE011 for one that is not understood; sqlstate::kPrompts for one
   /// that asks for input, after which it is abandoned: see converse().
   CommandResult execute(std::string_view command);
-  /// With an active list: an open one, or keys.
+  /// With an active list: an open one of this connection (Error 22023 for another's), or keys.
   CommandResult execute(std::string_view command, const SelectList& active);
   CommandResult execute(std::string_view command, const std::vector<std::string>& keys);
   /// For a command that may ask.
