@@ -1,5 +1,6 @@
 #include "client/src/login.h"
 
+#include <optional>
 #include <utility>
 
 #include "client/src/password_file.h"
@@ -15,6 +16,9 @@ namespace {
 
 constexpr std::uint16_t kPort = 7433;
 constexpr std::uint16_t kTlsPort = 7434;
+
+// The server has no place, or is about to end.
+constexpr const char* kTurnedAway = "08004";
 
 std::string show(const Host& host) {
   const bool isIpv6 = host.name.find(':') != std::string::npos;
@@ -54,6 +58,32 @@ void logIn(Channel& channel, const Options& options, const Deadline& deadline) {
   static_cast<void>(channel.exchange(naming, deadline));
 }
 
+/// Whether the server said it. One that turns clients away may say so before any byte of the login
+/// has left.
+bool isSaidByServer(const Error& error) {
+  return error.outcome() == Outcome::Rejected || error.sqlState() == kTurnedAway;
+}
+
+/// Whether another host may let in whom this one did not: what the server refused about the login,
+/// and what cannot be right, is no better elsewhere. A server that is full or about to end says so
+/// with a state of class 08.
+bool mayBeBetterElsewhere(const Error& error) {
+  if (error.sqlClass() == "28" || error.sqlState() == sqlstate::kBadOption ||
+      error.sqlState() == sqlstate::kBadArgument) {
+    return false;
+  }
+  return error.outcome() != Outcome::Rejected || error.sqlClass() == "08";
+}
+
+/// As it is reported by whoever wanted a connection, and no request.
+Error asConnecting(const Error& error) {
+  if (isSaidByServer(error)) return error;
+  const bool isTimeout =
+      error.sqlState() == sqlstate::kTimeout || error.sqlState() == sqlstate::kConnectTimeout;
+  return Error(isTimeout ? sqlstate::kConnectTimeout : sqlstate::kCannotConnect, error.message(),
+               Outcome::NotSent);
+}
+
 void check(const Options& options) {
   if (options.hosts.empty()) throwBadOption("there is no host to connect to");
   if (options.user.empty()) throwBadOption("there is no user to log in as");
@@ -75,14 +105,20 @@ std::shared_ptr<Link> openLink(const Options& asked) {
   std::unique_ptr<TlsContext> tls;
   if (options.tls != Tls::Off) tls = makeTlsContext(options);
 
+  // The last host's failure decides what kind of failure it is; the message has them all.
   std::string failures;
-  bool ranOutOfTime = false;
-  const auto note = [&](const Host& host, const std::string& why) {
-    failures += (failures.empty() ? "" : "; ") + show(host) + ": " + why;
+  std::optional<Error> last;
+  const auto note = [&](const Host& host, const Error& error, bool isLast) {
+    failures += (failures.empty() ? "" : "; ") + show(host) + ": " + error.message();
+    last = asConnecting(error);
+    if (!isLast && last->sqlState() == sqlstate::kConnectTimeout) {
+      failures += ", which was its share of the time";
+    }
   };
   for (std::size_t i = 0; i < options.hosts.size(); ++i) {
     Host host = options.hosts[i];
     if (host.port == 0) host.port = tls ? kTlsPort : kPort;
+    const bool isLast = i + 1 == options.hosts.size();
     const Deadline share = deadline.share(options.hosts.size() - i);
     try {
       Descriptor descriptor = connectToAny(host, share);
@@ -99,20 +135,15 @@ std::shared_ptr<Link> openLink(const Options& asked) {
       logIn(*channel, options, share);
       return std::make_shared<Link>(std::move(channel), options, std::move(host));
     } catch (const TransportFailure& failure) {
-      ranOutOfTime |= failure.sqlState == std::string_view(sqlstate::kConnectTimeout);
-      note(host, failure.message);
+      note(host, Error(failure.sqlState, failure.message, Outcome::NotSent), isLast);
     } catch (const Error& error) {
-      // What the server refused, and what cannot be right, is no better elsewhere.
-      if (error.outcome() == Outcome::Rejected || error.sqlState() == sqlstate::kBadOption ||
-          error.sqlState() == sqlstate::kBadArgument) {
-        throw;
-      }
-      ranOutOfTime |= error.sqlState() == sqlstate::kTimeout;
-      note(host, error.message());
+      if (!mayBeBetterElsewhere(error)) throw;
+      // What the only server says needs no more words.
+      if (options.hosts.size() == 1 && isSaidByServer(error)) throw;
+      note(host, error, isLast);
     }
   }
-  throw Error(ranOutOfTime ? sqlstate::kConnectTimeout : sqlstate::kCannotConnect,
-              "cannot connect to " + failures, Outcome::NotSent);
+  throw Error(last->sqlState(), "cannot connect to " + failures, last->outcome(), last->status());
 }
 
 }  // namespace nox::client::detail

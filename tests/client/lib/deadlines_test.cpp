@@ -194,6 +194,21 @@ TEST_F(Deadlines, NameEveryHostThatFailed) {
   }
 }
 
+TEST_F(Deadlines, AreNotBlamedWhereTheLastHostRefusesInTime) {
+  const test::BlackHole hole;
+  const std::string silent = "127.0.0.1:" + std::to_string(hole.port());
+  const std::string refusing = "127.0.0.1:" + std::to_string(test::refusedPort());
+  try {
+    Connection::open("nox://ann@" + silent + "," + refusing + "?tls=off&connect_timeout=600ms");
+    FAIL() << "nothing was thrown";
+  } catch (const Error& error) {
+    EXPECT_EQ(error.sqlState(), sqlstate::kCannotConnect);
+    EXPECT_EQ(error.message(), "cannot connect to " + silent +
+                                   ": no answer in time, which was its share of the time; " +
+                                   refusing + ": Connection refused");
+  }
+}
+
 TEST_F(Deadlines, AreNotWaitedForWhereANameCannotBe) {
   // A label has at most 63 characters: no name server is asked.
   const std::string name(64, 'x');

@@ -240,6 +240,47 @@ TEST_F(Outcomes, AreRejectedWhereTheServerRefusesBeforeTheLogin) {
   EXPECT_EQ(error.message(), "too many connections");
 }
 
+std::string hostsOf(std::initializer_list<std::uint16_t> ports) {
+  std::string uri = "nox://ann@";
+  for (const std::uint16_t port : ports) {
+    if (uri.back() != '@') uri += ',';
+    uri += "127.0.0.1:" + std::to_string(port);
+  }
+  return uri + "?tls=off";
+}
+
+TEST_F(Outcomes, AreThoseOfTheNextHostWhereOneIsFull) {
+  for (const bool hearsTheLogin : {false, true}) {
+    Peer full([hearsTheLogin](PeerConnection& client) {
+      if (hearsTheLogin) client.receive();
+      client.refuse("08", "004", "too many connections");
+      client.waitForEnd();
+    });
+    Peer other(test::serving([](PeerConnection&, Serializable&) {}));
+    const Connection connection = Connection::open(hostsOf({full.port(), other.port()}));
+    EXPECT_EQ(connection.host().port, other.port());
+    EXPECT_EQ(full.connections(), 1);
+  }
+}
+
+TEST_F(Outcomes, AreThoseOfTheLastHostWhereEachIsFullOrGone) {
+  Peer full([](PeerConnection& client) {
+    client.receive();
+    client.refuse("08", "004", "too many connections");
+  });
+  const std::uint16_t gone = test::refusedPort();
+  const std::string atFull = "127.0.0.1:" + std::to_string(full.port());
+  const std::string atGone = "127.0.0.1:" + std::to_string(gone);
+  const Error refused = errorOf([&] { Connection::open(hostsOf({gone, full.port()})); });
+  EXPECT_EQ(refused.sqlState(), "08004");
+  EXPECT_EQ(refused.outcome(), Outcome::Rejected);
+  EXPECT_EQ(refused.message(), "cannot connect to " + atGone + ": Connection refused; " + atFull +
+                                   ": too many connections");
+  const Error unreachable = errorOf([&] { Connection::open(hostsOf({full.port(), gone})); });
+  EXPECT_EQ(unreachable.sqlState(), sqlstate::kCannotConnect);
+  EXPECT_EQ(unreachable.outcome(), Outcome::NotSent);
+}
+
 TEST_F(Outcomes, AreNotSentForAClosedConnection) {
   Peer peer(
       test::serving([](PeerConnection& client, Serializable&) { client.send(OKResponseProt()); }));

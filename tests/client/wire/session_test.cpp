@@ -130,6 +130,16 @@ TEST_F(NoxdSession, CompressesAnswersWhereItIsAsked) {
   EXPECT_LT(received, 10'000u);
 }
 
+TEST_F(NoxdSession, IsMadeWithAnotherHostWhereOneIsFull) {
+  NoxdProcess small;
+  small.set("server.max_connections", "1").start();
+  const Connection first = Connection::open(test::optionsFor(small));
+  Options either = options();
+  either.hosts.insert(either.hosts.begin(), test::optionsFor(small).hosts[0]);
+  const Connection second = Connection::open(either);
+  EXPECT_EQ(second.host().port, noxd().plainPort());
+}
+
 class NoxdTls : public testing::Test {
 protected:
   NoxdTls() { noxd_.withTls().start(); }

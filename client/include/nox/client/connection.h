@@ -81,8 +81,10 @@ private:
 class NOX_CLIENT_EXPORT Connection {
 public:
   /// Finds a host, connects, verifies and logs in, within the options' connectTimeout. The hosts
-  /// are tried in order, each for its share of the time that is left; a login that was refused is
-  /// not tried elsewhere. Errors: 08001, HYT01, HY024, and what the server says (28000).
+  /// are tried in order, each for its share of the time that is left, those that are full or about
+  /// to end being passed over; a login that was refused is not tried elsewhere. Errors: 08001,
+  /// HYT01, HY024, and what the server says (28000, 08004). Where all hosts fail, the error is the
+  /// last one's, and its message has them all.
   static Connection open(std::string_view uri = {});
   static Connection open(const Options& options);
 
