@@ -1,6 +1,8 @@
 #include "nox/client/conversation.h"
 
+#include <algorithm>
 #include <exception>
+#include <iterator>
 #include <stdexcept>
 #include <utility>
 
@@ -19,6 +21,21 @@ constexpr int kCommandWithSelectList = 1;
 
 // Commands of InputOutputResponseProt.
 constexpr int kHiddenInput = 2;
+
+/// Whether the command may run a program, which may leave what the session's next user would see:
+/// all may but those that are known to run none.
+bool mayRunProgram(std::string_view command) {
+  constexpr std::string_view kWithout[] = {
+      "CLEAR-FILE",  "CLEARSELECT", "COUNT", "CREATE-FILE", "DATE",      "DELETE-FILE",
+      "DELETE-LIST", "GET-LIST",    "LIST",  "LISTF",       "SAVE-LIST", "SELECT",
+      "SORT",        "SSELECT",     "TIME",  "WHO"};
+  command.remove_prefix(std::min(command.find_first_not_of(' '), command.size()));
+  std::string verb(command.substr(0, command.find(' ')));
+  for (char& c : verb) {
+    if (c >= 'a' && c <= 'z') c = static_cast<char>(c - 'a' + 'A');
+  }
+  return std::find(std::begin(kWithout), std::end(kWithout), verb) == std::end(kWithout);
+}
 
 std::int64_t numberAt(const Record& setting, std::size_t attribute) {
   const FieldView field = setting.value(attribute);
@@ -48,6 +65,7 @@ std::unique_ptr<Conversation::State> Conversation::State::ofCommand(
   detail::put(&text, command);
   noxp::remote::RemoteExecuteRequestProt request(&text, list);
   if (list) request.setClassVersion(kCommandWithSelectList);
+  if (mayRunProgram(command)) link->isChanged = true;
   auto state = std::make_unique<State>();
   state->link = link;
   state->run(request, false);
@@ -160,6 +178,7 @@ Conversation Subroutine::start(const std::vector<Value>& parameters) {
   noxp::remote::RemoteSubroutineRequestProt request(nullptr,
                                                     detail::parametersOf(parameters).release());
   detail::put(request.getSubroutineName(), name_, "the subroutine's name");
+  link_->isChanged = true;  // what it leaves in named commons cannot be taken away
   auto state = std::make_unique<Conversation::State>();
   state->link = link_;
   state->run(request, false);

@@ -59,7 +59,7 @@ public:
   bool inTransaction = false;        // a local one, or a started branch
   std::weak_ptr<RowSource> catalog;  // the server keeps the rows of one catalogue query
   // What the next user of a pooled connection would notice.
-  bool isChanged = false;  // properties or account
+  bool isChanged = false;  // properties, account, or what a program left
   bool mayHoldLocks = false;
   bool mayHaveActiveList = false;
 

@@ -52,6 +52,9 @@ protected:
       case TypeCode::RemoteExecuteRequest:
         client.send(noxp::remote::ExecuteResponseProt(&none, &none, nullptr));
         break;
+      case TypeCode::RemoteSubroutineRequest:
+        client.send(noxp::remote::SubroutineResponseProt());
+        break;
       case TypeCode::ReadRecordRequest:
         client.send(noxp::remote::ToviResponseProt(1, nullptr, nullptr));
         break;
@@ -250,6 +253,24 @@ TEST_F(Pools, CloseConnectionsThatWereChanged) {
   Pool pool(peer_.uri());
   pool.acquire()->setProperty("LOCK_WAIT", "1");
   EXPECT_EQ(pool.statistics().open, 0u);
+}
+
+TEST_F(Pools, CloseConnectionsThatRanAProgram) {
+  Pool pool(peer_.uri());
+  for (const char* const command : {"RUN SETC", "run SETC", "  Run", "ELSE", "", "COUNTED F"}) {
+    pool.acquire()->execute(command);
+    EXPECT_EQ(pool.statistics().open, 0u) << command;
+  }
+  pool.acquire()->call("SETC");
+  EXPECT_EQ(pool.statistics().open, 0u);
+}
+
+TEST_F(Pools, UseAConnectionAgainAfterCommandsThatRunNone) {
+  Pool pool(peer_.uri());
+  for (const char* const command : {"LIST F", "  sselect F WITH A", "Who", "CREATE-FILE F"}) {
+    pool.acquire()->execute(command);
+    EXPECT_EQ(pool.statistics().open, 1u) << command;
+  }
 }
 
 TEST_F(Pools, CloseConnectionsInATransaction) {

@@ -69,5 +69,17 @@ TEST_F(NoxdPoolsInThreads, LeaveNoActiveListBehind) {
   EXPECT_EQ(pool.acquire()->execute("COUNT " + fileName()).items(), 2);
 }
 
+TEST_F(NoxdPoolsInThreads, LeaveNoCommonsBehind) {
+  PoolOptions limits;
+  limits.size = 1;
+  Pool pool(options(), limits);
+  static_cast<void>(test::errorOf([this] { ann_.execute("CREATE-FILE NOX.SUBS"); }));
+  ann_.file("NOX.SUBS").write("SETC", Record("nox.common.secret = 's3'"));
+  pool.acquire()->call("SETC");
+  EXPECT_EQ(pool.acquire()->common("secret"), Record());
+  pool.acquire()->execute("RUN SETC");
+  EXPECT_EQ(pool.acquire()->common("secret"), Record());
+}
+
 }  // namespace
 }  // namespace nox::client

@@ -35,8 +35,10 @@ struct PoolStatistics {
 
 /// Safe for threads: any of them may acquire, and a lease may end in another thread than it began.
 /// A connection that comes back is used again when it is usable, no transaction is open on it and
-/// its session is as it was made: one whose properties or account were changed is closed. Locks
-/// that are held are given back. The pool may end before its leases.
+/// its session is as it was made: one whose properties or account were changed is closed, and so is
+/// one that ran a subroutine (call(), or a command but those that are known to run none: RUN above
+/// all), which may have left named commons. Locks that are held are given back. The pool may end
+/// before its leases.
 class NOX_CLIENT_EXPORT Pool {
 public:
   class Lease;
