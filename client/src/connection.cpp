@@ -13,6 +13,7 @@
 #include "client/src/select_list_state.h"
 #include "client/src/statement_state.h"
 #include "client/src/transaction_requests.h"
+#include "client/src/uri.h"
 #include "client/src/wire_text.h"
 
 namespace nox::client {
@@ -355,6 +356,7 @@ std::string Connection::monitor(std::string_view command) {
 // --- this side -----------------------------------------------------------------------------------
 
 void Connection::setRequestTimeout(std::chrono::milliseconds timeout) {
+  if (timeout.count() < 0) detail::throwBadOption("a request's timeout is negative");
   link_->requestTimeout = timeout;
 }
 

@@ -14,10 +14,12 @@ public:
 
   /// Never.
   Deadline() = default;
-  /// In so long; zero: never.
+  /// In so long; zero, and later than the clock can tell: never.
   static Deadline in(std::chrono::milliseconds time) {
     Deadline deadline;
-    if (time.count() > 0) deadline.at_ = Clock::now() + time;
+    const Clock::time_point now = Clock::now();
+    const auto most = std::chrono::floor<std::chrono::milliseconds>(Clock::time_point::max() - now);
+    if (time.count() > 0 && time < most) deadline.at_ = now + time;
     return deadline;
   }
 

@@ -87,6 +87,8 @@ Error asConnecting(const Error& error) {
 void check(const Options& options) {
   if (options.hosts.empty()) throwBadOption("there is no host to connect to");
   if (options.user.empty()) throwBadOption("there is no user to log in as");
+  if (options.connectTimeout.count() < 0) throwBadOption("connect_timeout is negative");
+  if (options.requestTimeout.count() < 0) throwBadOption("request_timeout is negative");
   constexpr std::size_t kSmallestFrame = 1024;
   if (options.maxFrame < kSmallestFrame) throwBadOption("max_frame is at least 1K");
   if (options.fetchSize < 1) throwBadOption("fetch_size is at least 1");

@@ -9,6 +9,7 @@
 
 #include "client/src/deadline.h"
 #include "client/src/link.h"
+#include "client/src/uri.h"
 
 namespace nox::client {
 
@@ -16,6 +17,21 @@ namespace {
 
 using Clock = std::chrono::steady_clock;
 using detail::Deadline;
+using std::chrono::milliseconds;
+
+/// Zero never passes.
+bool hasPassed(milliseconds time, Clock::time_point since, Clock::time_point now) {
+  return time.count() > 0 && std::chrono::floor<milliseconds>(now - since) >= time;
+}
+
+PoolOptions checked(PoolOptions options) {
+  if (options.idle.count() < 0) detail::throwBadOption("a pool's idle time is negative");
+  if (options.maxLife.count() < 0) detail::throwBadOption("a pool's maxLife is negative");
+  if (options.acquireTimeout.count() < 0) {
+    detail::throwBadOption("a pool's acquireTimeout is negative");
+  }
+  return options;
+}
 
 }  // namespace
 
@@ -40,7 +56,7 @@ struct Pool::State {
   bool isOver = false;
 
   bool isTooOld(Clock::time_point born, Clock::time_point now) const {
-    return pool.maxLife.count() > 0 && now - born >= pool.maxLife;
+    return hasPassed(pool.maxLife, born, now);
   }
   std::vector<Idle> takeStale(Clock::time_point now);
   std::optional<Idle> takeIdle();
@@ -50,7 +66,7 @@ struct Pool::State {
 /// them go without it.
 std::vector<Pool::State::Idle> Pool::State::takeStale(Clock::time_point now) {
   const auto isStale = [&](const Idle& one) {
-    return (pool.idle.count() > 0 && now - one.since >= pool.idle) || isTooOld(one.born, now);
+    return hasPassed(pool.idle, one.since, now) || isTooOld(one.born, now);
   };
   const auto stale = std::stable_partition(idle.begin(), idle.end(),
                                            [&](const Idle& one) { return !isStale(one); });
@@ -70,7 +86,7 @@ std::optional<Pool::State::Idle> Pool::State::takeIdle() {
 }
 
 Pool::Pool(Options options, PoolOptions pool)
-    : state_(std::make_shared<State>(std::move(options), pool)) {}
+    : state_(std::make_shared<State>(std::move(options), checked(pool))) {}
 
 Pool::Pool(std::string_view uri, PoolOptions pool) : Pool(Options::fromUri(uri), pool) {}
 
@@ -82,10 +98,14 @@ Pool::~Pool() {
   state_->statistics.open -= idle.size();
 }
 
-Pool::Lease Pool::acquire() { return acquire(state_->pool.acquireTimeout); }
+Pool::Lease Pool::acquire() {
+  const milliseconds timeout = state_->pool.acquireTimeout;
+  return acquire(timeout.count() > 0 ? timeout : milliseconds::max());
+}
 
-Pool::Lease Pool::acquire(std::chrono::milliseconds timeout) {
-  const Deadline deadline = Deadline::in(timeout);
+Pool::Lease Pool::acquire(milliseconds timeout) {
+  const bool mayWait = timeout.count() > 0;
+  const Deadline deadline = mayWait ? Deadline::in(timeout) : Deadline();
   std::vector<State::Idle> stale;  // closed once the lock is free
   std::unique_lock<std::mutex> lock(state_->mutex);
   for (;;) {
@@ -104,17 +124,19 @@ Pool::Lease Pool::acquire(std::chrono::milliseconds timeout) {
       continue;
     }
     if (state_->statistics.open < state_->pool.size) break;
-    ++state_->statistics.waiting;
-    const auto mayGoOn = [this] {
-      return !state_->idle.empty() || state_->statistics.open < state_->pool.size;
-    };
-    bool came = true;
-    if (deadline.isNever()) {
-      state_->freed.wait(lock, mayGoOn);
-    } else {
-      came = state_->freed.wait_until(lock, *deadline.at(), mayGoOn);
+    bool came = mayWait;
+    if (mayWait) {
+      const auto mayGoOn = [this] {
+        return !state_->idle.empty() || state_->statistics.open < state_->pool.size;
+      };
+      ++state_->statistics.waiting;
+      if (deadline.isNever()) {
+        state_->freed.wait(lock, mayGoOn);
+      } else {
+        came = state_->freed.wait_until(lock, *deadline.at(), mayGoOn);
+      }
+      --state_->statistics.waiting;
     }
-    --state_->statistics.waiting;
     if (!came) {
       throw Error(sqlstate::kPoolExhausted,
                   "all " + std::to_string(state_->pool.size) + " connections of the pool are taken",
@@ -129,7 +151,7 @@ Pool::Lease Pool::acquire(std::chrono::milliseconds timeout) {
   try {
     Options options = state_->options;
     if (!deadline.isNever()) {
-      const std::chrono::milliseconds left(std::max(deadline.pollTimeout(), 1));
+      const milliseconds left(std::max(deadline.pollTimeout(), 1));
       const bool isLonger = options.connectTimeout.count() == 0 || options.connectTimeout > left;
       if (isLonger) options.connectTimeout = left;
     }

@@ -245,6 +245,46 @@ TEST_F(Deadlines, MayBeNone) {
   EXPECT_EQ(connection.dateTime().second, 8);
 }
 
+TEST_F(Deadlines, AreNoneWhereTheyAreBeyondTheClock) {
+  Peer peer(test::serving([](PeerConnection& client, Serializable&) {
+    client.send(noxp::remote::DateTimeResponseProt(7, 8));
+  }));
+  Options options = Options::fromUri(peer.uri());
+  options.connectTimeout = milliseconds::max();
+  options.requestTimeout = milliseconds::max();
+  Connection connection = Connection::open(options);
+  EXPECT_EQ(connection.dateTime().day, 7);
+  connection.setRequestTimeout(std::chrono::hours(24 * 365 * 300));
+  EXPECT_EQ(connection.dateTime().day, 7);
+}
+
+TEST_F(Deadlines, AreNotNegative) {
+  Peer peer(test::serving([](PeerConnection& client, Serializable&) {
+    client.send(noxp::remote::DateTimeResponseProt(7, 8));
+  }));
+  const auto refused = [](const std::function<void()>& action) -> std::string {
+    try {
+      action();
+    } catch (const Error& error) {
+      EXPECT_EQ(error.sqlState(), sqlstate::kBadOption);
+      return error.message();
+    }
+    return "done";
+  };
+  Connection connection = Connection::open(peer.uri());
+  connection.setRequestTimeout(milliseconds(0));
+  EXPECT_EQ(refused([&] { connection.setRequestTimeout(milliseconds(-5)); }),
+            "a request's timeout is negative");
+  EXPECT_EQ(connection.requestTimeout(), milliseconds(0)) << "as it was";
+  EXPECT_EQ(connection.dateTime().day, 7);
+  Options options = Options::fromUri(peer.uri());
+  options.requestTimeout = milliseconds(-1);
+  EXPECT_EQ(refused([&] { Connection::open(options); }), "request_timeout is negative");
+  options = Options::fromUri(peer.uri());
+  options.connectTimeout = milliseconds(-1);
+  EXPECT_EQ(refused([&] { Connection::open(options); }), "connect_timeout is negative");
+}
+
 TEST_F(Deadlines, StartAnewWithEachRequest) {
   Peer peer(test::serving([](PeerConnection& client, Serializable&) {
     client.sendSlowly(PeerConnection::frameOf(noxp::remote::DateTimeResponseProt(7, 8)),

@@ -115,6 +115,56 @@ TEST_F(Pools, EndAWaitAtItsDeadline) {
   EXPECT_LT(took, std::chrono::seconds(3));
 }
 
+TEST_F(Pools, WaitForNobodyWhereNoTimeIsGiven) {
+  Pool pool(peer_.uri(), sized(1));
+  for (const milliseconds none : {milliseconds(0), milliseconds(-1), milliseconds::min()}) {
+    std::optional<Pool::Lease> only(pool.acquire(none));  // a new one, and an idle one later
+    EXPECT_EQ((*only)->dateTime().day, 7);
+    const auto begin = std::chrono::steady_clock::now();
+    try {
+      pool.acquire(none);
+      FAIL() << "nothing was thrown";
+    } catch (const Error& error) {
+      EXPECT_EQ(error.sqlState(), sqlstate::kPoolExhausted);
+    }
+    EXPECT_LT(std::chrono::steady_clock::now() - begin, std::chrono::seconds(3));
+  }
+  EXPECT_EQ(pool.statistics().opened, 1u);
+}
+
+TEST_F(Pools, WaitAsLongAsItTakesWhereTheTimeIsHuge) {
+  PoolOptions endless = sized(1);
+  endless.acquireTimeout = milliseconds(0);
+  Pool pool(peer_.uri(), endless);
+  for (const std::optional<milliseconds> time :
+       {std::optional<milliseconds>(), std::optional(milliseconds::max())}) {
+    std::optional<Pool::Lease> held(pool.acquire());
+    std::thread waiting(
+        [&] { EXPECT_EQ((time ? pool.acquire(*time) : pool.acquire())->dateTime().day, 7); });
+    while (pool.statistics().waiting == 0) std::this_thread::yield();
+    held.reset();
+    waiting.join();
+  }
+}
+
+TEST_F(Pools, RefuseTimesThatCannotBe) {
+  for (milliseconds PoolOptions::*const time :
+       {&PoolOptions::idle, &PoolOptions::maxLife, &PoolOptions::acquireTimeout}) {
+    PoolOptions options;
+    options.*time = milliseconds(-1);
+    try {
+      Pool(peer_.uri(), options);
+      FAIL() << "nothing was thrown";
+    } catch (const Error& error) {
+      EXPECT_EQ(error.sqlState(), sqlstate::kBadOption);
+    }
+    options.*time = milliseconds::max();
+    Pool lasting(peer_.uri(), options);
+    for (int i = 0; i < 2; ++i) lasting.acquire()->dateTime();
+    EXPECT_EQ(lasting.statistics().opened, 1u);
+  }
+}
+
 TEST_F(Pools, BoundTheOpeningByTheSameDeadline) {
   const test::BlackHole hole;
   Pool pool("nox://ann@127.0.0.1:" + std::to_string(hole.port()) + "?tls=off&connect_timeout=1m");

@@ -171,7 +171,7 @@ public:
 
   // This side.
 
-  /// For the requests that follow. Zero: none.
+  /// For the requests that follow. Zero: none. Error HY024 for less.
   void setRequestTimeout(std::chrono::milliseconds timeout);
   std::chrono::milliseconds requestTimeout() const;
   /// As it stands now; a lost connection is noticed by the next request.

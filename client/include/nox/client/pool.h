@@ -21,7 +21,7 @@ struct PoolOptions {
   std::chrono::milliseconds idle{300'000};
   /// One that is older is closed when it comes back. Zero: never.
   std::chrono::milliseconds maxLife{3'600'000};
-  /// How long acquire() waits for a connection, making one included.
+  /// How long acquire() waits for a connection, making one included. Zero: as long as it takes.
   std::chrono::milliseconds acquireTimeout{10'000};
 };
 
@@ -43,7 +43,7 @@ class NOX_CLIENT_EXPORT Pool {
 public:
   class Lease;
 
-  /// Connects nowhere yet.
+  /// Connects nowhere yet. Error HY024 for a time that is negative.
   explicit Pool(Options options, PoolOptions pool = PoolOptions());
   /// The same from a URI.
   explicit Pool(std::string_view uri, PoolOptions pool = PoolOptions());
@@ -55,6 +55,8 @@ public:
   /// The longest idle connection that is still alive, or a new one. Error sqlstate::kPoolExhausted
   /// when none came free in time, or what opening one said.
   Lease acquire();
+  /// With zero or less, nobody is waited for: a connection that is idle, or a new one where there
+  /// is a place for it, which may take the options' connectTimeout.
   Lease acquire(std::chrono::milliseconds timeout);
   PoolStatistics statistics() const;
 
