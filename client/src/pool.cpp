@@ -58,23 +58,34 @@ struct Pool::State {
   bool isTooOld(Clock::time_point born, Clock::time_point now) const {
     return hasPassed(pool.maxLife, born, now);
   }
-  std::vector<Idle> takeStale(Clock::time_point now);
+  void closeStale() noexcept;
+  std::optional<Idle> takeStale(Clock::time_point now);
   std::optional<Idle> takeIdle();
 };
 
-/// Takes the connections out that nobody wanted for too long. Call with the mutex held, and let
-/// them go without it.
-std::vector<Pool::State::Idle> Pool::State::takeStale(Clock::time_point now) {
-  const auto isStale = [&](const Idle& one) {
+/// Takes one out that nobody wanted for too long. Call with the mutex held, and let it go without
+/// it.
+std::optional<Pool::State::Idle> Pool::State::takeStale(Clock::time_point now) {
+  const auto stale = std::find_if(idle.begin(), idle.end(), [&](const Idle& one) {
     return hasPassed(pool.idle, one.since, now) || isTooOld(one.born, now);
-  };
-  const auto stale = std::stable_partition(idle.begin(), idle.end(),
-                                           [&](const Idle& one) { return !isStale(one); });
-  std::vector<Idle> taken(std::make_move_iterator(stale), std::make_move_iterator(idle.end()));
-  idle.erase(stale, idle.end());
-  statistics.open -= taken.size();
-  statistics.discarded += taken.size();
+  });
+  if (stale == idle.end()) return std::nullopt;
+  Idle taken = std::move(*stale);
+  idle.erase(stale);
+  --statistics.open;
+  ++statistics.discarded;
   return taken;
+}
+
+/// The pool has no thread of its own: whoever comes by closes what is over. Call without the mutex.
+void Pool::State::closeStale() noexcept {
+  const Clock::time_point now = Clock::now();
+  for (;;) {
+    std::optional<Idle> stale;  // outlives the lock
+    const std::lock_guard<std::mutex> lock(mutex);
+    stale = takeStale(now);
+    if (!stale) return;
+  }
 }
 
 /// Call with the mutex held.
@@ -106,10 +117,9 @@ Pool::Lease Pool::acquire() {
 Pool::Lease Pool::acquire(milliseconds timeout) {
   const bool mayWait = timeout.count() > 0;
   const Deadline deadline = mayWait ? Deadline::in(timeout) : Deadline();
-  std::vector<State::Idle> stale;  // closed once the lock is free
+  state_->closeStale();
   std::unique_lock<std::mutex> lock(state_->mutex);
   for (;;) {
-    for (State::Idle& one : state_->takeStale(Clock::now())) stale.push_back(std::move(one));
     if (std::optional<State::Idle> idle = state_->takeIdle()) {
       ++state_->statistics.taken;
       lock.unlock();
@@ -170,6 +180,7 @@ Pool::Lease Pool::acquire(milliseconds timeout) {
 }
 
 PoolStatistics Pool::statistics() const {
+  state_->closeStale();
   const std::lock_guard<std::mutex> lock(state_->mutex);
   return state_->statistics;
 }
@@ -199,6 +210,7 @@ void Pool::Lease::giveBack() noexcept {
   if (!connection_) return;
   std::unique_ptr<Connection> connection = std::move(connection_);
   const std::shared_ptr<State> pool = std::move(pool_);
+  pool->closeStale();
   // What was made from it and still lives would share it with its next user.
   const bool isShared = connection->link_.use_count() > 1;
   const Clock::time_point now = Clock::now();

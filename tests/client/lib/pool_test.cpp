@@ -282,8 +282,39 @@ TEST_F(Pools, CloseConnectionsThatNobodyWanted) {
   Pool pool(peer_.uri(), options);
   { const Pool::Lease first = pool.acquire(); }
   passTime(options.idle);
-  { const Pool::Lease second = pool.acquire(); }
+  const Pool::Lease second = pool.acquire();
   EXPECT_EQ(pool.statistics().opened, 2u);
+  EXPECT_EQ(pool.statistics().discarded, 1u);
+}
+
+TEST_F(Pools, CloseConnectionsThatNobodyWantedWhenOneComesBack) {
+  std::atomic<int> ended{0};
+  Peer peer([&ended](PeerConnection& client) {
+    client.welcome();
+    client.waitForEnd();
+    ++ended;
+  });
+  PoolOptions options;
+  options.idle = milliseconds(200);
+  Pool pool(peer.uri(), options);
+  std::optional<Pool::Lease> first(pool.acquire());
+  std::optional<Pool::Lease> second(pool.acquire());
+  first.reset();
+  passTime(options.idle);
+  EXPECT_EQ(ended, 0);
+  second.reset();
+  const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(10);
+  while (ended == 0 && std::chrono::steady_clock::now() < end) std::this_thread::yield();
+  EXPECT_EQ(ended, 1) << "nobody asked the pool for anything";
+}
+
+TEST_F(Pools, CloseConnectionsThatNobodyWantedWhenTheyAreCounted) {
+  PoolOptions options;
+  options.idle = milliseconds(1);
+  Pool pool(peer_.uri(), options);
+  { const Pool::Lease only = pool.acquire(); }
+  passTime(options.idle);
+  EXPECT_EQ(pool.statistics().open, 0u);
   EXPECT_EQ(pool.statistics().discarded, 1u);
 }
 

@@ -17,9 +17,11 @@ namespace nox::client {
 
 struct PoolOptions {
   std::size_t size = 8;  ///< connections at most, those that are taken included
-  /// A connection that nobody took for so long is closed. Zero: never.
+  /// A connection that nobody took for so long is closed, as soon as the pool is used again: by
+  /// acquire(), by statistics(), and by a lease that ends. Zero: never.
   std::chrono::milliseconds idle{300'000};
-  /// One that is older is closed when it comes back. Zero: never.
+  /// One that is older is closed when it comes back and, where it is idle, like one that nobody
+  /// took. Zero: never.
   std::chrono::milliseconds maxLife{3'600'000};
   /// How long acquire() waits for a connection, making one included. Zero: as long as it takes.
   std::chrono::milliseconds acquireTimeout{10'000};
