@@ -54,8 +54,9 @@ public:
   /// Closes the connections that are not leased; the others close when they come back.
   ~Pool();
 
-  /// The longest idle connection that is still alive, or a new one. Error sqlstate::kPoolExhausted
-  /// when none came free in time, or what opening one said.
+  /// The connection that came back last and is still alive, so that those which are not needed grow
+  /// old; or a new one. Error sqlstate::kPoolExhausted when none came free in time, or what opening
+  /// one said.
   Lease acquire();
   /// With zero or less, nobody is waited for: a connection that is idle, or a new one where there
   /// is a place for it, which may take the options' connectTimeout.
