@@ -134,37 +134,47 @@ private:
 /// Tells the observer of one request, however it ends.
 class Channel::Observation {
 public:
-  Observation(Channel& channel, int type) : channel_(channel), type_(type) {
-    if (channel_.settings_.observer) begin_ = Clock::now();
+  /// Of a request that begins now.
+  Observation(const Channel& channel, int type)
+      : Observation(channel, type,
+                    channel.settings_.observer ? Clock::now() : Clock::time_point()) {}
+  Observation(const Channel& channel, int type, Clock::time_point begin)
+      : observer_(&channel.settings_.observer), begin_(begin) {
+    if (!*observer_) return;
+    exchange_.type = type;
+    exchange_.request = requestName(type);
   }
 
-  void succeeded(std::uint64_t sent) { tell(sent, channel_.bytesReceived_, nullptr); }
-  void failed(std::uint64_t sent, const Error& error) {
-    tell(sent, error.outcome() == Outcome::Rejected ? channel_.bytesReceived_ : 0, &error);
+  void succeeded(std::uint64_t sent, std::uint64_t received) { tell(sent, received, nullptr); }
+  void failed(std::uint64_t sent, std::uint64_t received, const Error& error) {
+    tell(sent, error.outcome() == Outcome::Rejected ? received : 0, &error);
   }
 
 private:
   void tell(std::uint64_t sent, std::uint64_t received, const Error* error) {
-    if (!channel_.settings_.observer) return;
-    Exchange exchange;
-    exchange.request = requestName(type_);
-    exchange.type = type_;
-    exchange.bytesSent = sent;
-    exchange.bytesReceived = received;
-    exchange.duration = Clock::now() - begin_;
+    if (!*observer_) return;
+    exchange_.bytesSent = sent;
+    exchange_.bytesReceived = received;
+    exchange_.duration = Clock::now() - begin_;
     if (error) {
-      exchange.sqlState = error->sqlState();
-      exchange.outcome = error->outcome();
+      exchange_.sqlState = error->sqlState();
+      exchange_.outcome = error->outcome();
     }
     try {
-      channel_.settings_.observer(exchange);
+      (*observer_)(exchange_);
     } catch (...) {  // NOLINT(bugprone-empty-catch): an observer changes nothing
     }
   }
 
-  Channel& channel_;
-  int type_;
-  Clock::time_point begin_{};
+  const Observer* observer_;
+  Clock::time_point begin_;
+  Exchange exchange_;
+};
+
+/// A request whose answer has not come yet, and is for nobody but the observer.
+struct Channel::Posted {
+  Observation observation;
+  std::uint64_t bytesSent;
 };
 
 Channel::Channel(std::unique_ptr<Transport> transport, Settings settings)
@@ -180,6 +190,7 @@ Channel::Channel(std::unique_ptr<Transport> transport, Settings settings)
       lastUse_(Clock::now()) {
   reader_.limitInflation(settings_.maxFrame);
   if (settings_.trace.isOn() && settings_.trace.showsPayload()) input_.keepCopies();
+  posted_.reserve(kMostPosted);
   canceller_->attach(transport_->fd());
 }
 
@@ -191,9 +202,21 @@ void Channel::close() noexcept {
   if (isClosed_) return;
   isClosed_ = true;
   if (isForeign()) return;  // the session goes on in the parent: only the descriptor is closed
+  tellOfPosted();
   transport_->sayGoodbye();
   canceller_->detach();
   static_cast<void>(::shutdown(transport_->fd(), SHUT_RDWR));
+}
+
+/// What was posted and not answered has no more answers to come.
+void Channel::tellOfPosted() noexcept {
+  try {
+    const Error lost(sqlstate::kConnectionLost, "the connection ended before the answer came",
+                     Outcome::Unknown);
+    for (Posted& posted : posted_) posted.observation.failed(posted.bytesSent, 0, lost);
+  } catch (const std::exception&) {  // NOLINT(bugprone-empty-catch): no memory to tell it
+  }
+  posted_.clear();
 }
 
 void Channel::condemn(const std::string& reason) noexcept {
@@ -300,15 +323,14 @@ std::optional<Error> Channel::lastWords() {
 void Channel::noticeEnd() {
   if (Clock::now() - lastUse_ < kIdleBeforeLook) return;
   bool isOpen = input_.drain();
-  while (posted_ > 0 && input_.hasFrame()) {
-    static_cast<void>(receive());
-    --posted_;
+  while (!posted_.empty() && input_.hasFrame()) {
+    takePosted(*receive());
     if (isOpen) isOpen = input_.drain();
   }
   if (!isOpen) {
     throw TransportFailure{sqlstate::kConnectionLost, "the server has closed the connection"};
   }
-  if (posted_ == 0 && input_.buffered() > 0) {
+  if (posted_.empty() && input_.buffered() > 0) {
     throw TransportFailure{sqlstate::kConnectionLost, "the server sent what nobody asked for"};
   }
 }
@@ -346,8 +368,19 @@ std::unique_ptr<Serializable> Channel::receive() {
   return answer;
 }
 
+/// `answer` is that of the oldest request that was posted.
+void Channel::takePosted(Serializable& answer) {
+  Posted posted = posted_.front();
+  posted_.erase(posted_.begin());
+  if (const std::optional<Error> error = errorIn(answer)) {
+    posted.observation.failed(posted.bytesSent, bytesReceived_, *error);
+  } else {
+    posted.observation.succeeded(posted.bytesSent, bytesReceived_);
+  }
+}
+
 void Channel::dropPostedAnswers() {
-  for (; posted_ > 0; --posted_) static_cast<void>(receive());
+  while (!posted_.empty()) takePosted(*receive());
 }
 
 std::unique_ptr<Serializable> Channel::exchange(Serializable& request, const Deadline& deadline,
@@ -369,24 +402,31 @@ std::unique_ptr<Serializable> Channel::exchange(Serializable& request, const Dea
     });
     lastUse_ = Clock::now();
     if (const std::optional<Error> error = errorIn(*answer)) throw *error;
-    observation.succeeded(request.getPacketSize());
+    observation.succeeded(request.getPacketSize(), bytesReceived_);
     return answer;
   } catch (const Error& error) {
-    observation.failed(request.getPacketSize(), error);
+    observation.failed(request.getPacketSize(), bytesReceived_, error);
     throw;
   }
 }
 
 void Channel::post(Serializable& request, const Deadline& deadline) {
-  requireUsable();
-  bytesBefore_ = transport_->bytesOnWire();
-  input_.setDeadline(deadline);
-  guarded([&] {
-    // Answers that nobody takes would stop the server in the end.
-    if (posted_ >= kMostPosted) dropPostedAnswers();
-    send(request, deadline, false);
-  });
-  ++posted_;
+  Observation observation(*this, request.getType());
+  request.setPacketSize(0);
+  try {
+    requireUsable();
+    bytesBefore_ = transport_->bytesOnWire();
+    input_.setDeadline(deadline);
+    guarded([&] {
+      // Answers that nobody takes would stop the server in the end.
+      if (posted_.size() >= kMostPosted) dropPostedAnswers();
+      send(request, deadline, false);
+    });
+  } catch (const Error& error) {
+    observation.failed(request.getPacketSize(), 0, error);
+    throw;
+  }
+  posted_.push_back({observation, request.getPacketSize()});
   lastUse_ = Clock::now();
 }
 
@@ -401,31 +441,25 @@ void Channel::exchangeAll(const std::string& bytes, const std::vector<EncodedFra
     return frames[i].end - (i > 0 ? frames[i - 1].end : 0);
   };
 
+  const auto tell = [&](std::size_t i, std::uint64_t bytesSent, std::uint64_t bytesReceived,
+                        const std::optional<Error>& error) {
+    if (!settings_.observer) return;
+    Observation observation(*this, frames[i].type, before);
+    before = Clock::now();
+    if (error) {
+      observation.failed(bytesSent, bytesReceived, *error);
+    } else {
+      observation.succeeded(bytesSent, bytesReceived);
+    }
+  };
   const auto takeNext = [&] {
     std::unique_ptr<Serializable> answer = receive();
-    if (posted_ > 0) {
-      --posted_;
+    if (!posted_.empty()) {
+      takePosted(*answer);
       return;
     }
     std::optional<Error> error = errorIn(*answer);
-    if (settings_.observer) {
-      Exchange exchange;
-      exchange.type = frames[answered].type;
-      exchange.request = requestName(exchange.type);
-      exchange.bytesSent = sizeOf(answered);
-      exchange.bytesReceived = bytesReceived_;
-      const auto now = Clock::now();
-      exchange.duration = now - before;
-      before = now;
-      if (error) {
-        exchange.sqlState = error->sqlState();
-        exchange.outcome = error->outcome();
-      }
-      try {
-        settings_.observer(exchange);
-      } catch (...) {  // NOLINT(bugprone-empty-catch): an observer changes nothing
-      }
-    }
+    tell(answered, sizeOf(answered), bytesReceived_, error);
     take(answered, std::move(error), std::move(answer));
     ++answered;
     input_.setDeadline(Deadline::in(timeout));
@@ -485,10 +519,10 @@ void Channel::exchangeAll(const std::string& bytes, const std::vector<EncodedFra
     // The first request of which nothing left, and all behind it, were not sent.
     for (std::size_t i = answered; i < frames.size(); ++i) {
       const bool touched = frames[i].end - sizeOf(i) < mayHaveLeft;
-      take(i,
-           Error(error.sqlState(), error.message(), touched ? Outcome::Unknown : Outcome::NotSent,
-                 error.status()),
-           nullptr);
+      std::optional<Error> failed(std::in_place, error.sqlState(), error.message(),
+                                  touched ? Outcome::Unknown : Outcome::NotSent, error.status());
+      tell(i, touched ? sizeOf(i) : 0, 0, failed);
+      take(i, std::move(failed), nullptr);
     }
   }
 }

@@ -77,18 +77,21 @@ public:
 private:
   class Output;
   class Observation;
+  struct Posted;
 
   void requireUsable() const;
   bool isForeign() const;
   void noticeEnd();
   void send(Serializable& request, const Deadline& deadline, bool isSecret);
   std::unique_ptr<Serializable> receive();
+  void takePosted(Serializable& answer);
   void dropPostedAnswers();
   std::optional<Error> lastWords();
   template <class Action>
   void guarded(const Action& action);
   [[noreturn]] void fail(const char* sqlState, const std::string& message);
   Outcome outcomeSoFar() const;
+  void tellOfPosted() noexcept;
   void close() noexcept;
 
   const pid_t owner_;
@@ -101,7 +104,7 @@ private:
   std::unique_ptr<Output> output_;
   BinaryReader reader_;
   BinaryWriter writer_;
-  std::size_t posted_ = 0;           // answers that nobody waits for
+  std::vector<Posted> posted_;       // whose answers nobody waits for
   std::uint64_t bytesBefore_ = 0;    // on the wire when the request began
   std::uint64_t bytesReceived_ = 0;  // of the last answer
   std::chrono::steady_clock::time_point lastUse_;

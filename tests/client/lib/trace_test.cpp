@@ -264,6 +264,81 @@ TEST_F(Observers, AreToldOfEachRequestOfABatch) {
   EXPECT_GT(seen_[2].received, 0u);
 }
 
+TEST_F(Observers, AreToldOfRequestsWhoseAnswersNobodyWaitsFor) {
+  const std::uint64_t closing =
+      PeerConnection::frameOf(noxp::remote::CloseFileRequestProt("F")).size();
+  const std::uint64_t done = PeerConnection::frameOf(OKResponseProt()).size();
+  Peer peer(test::serving([](PeerConnection& client, Serializable& request) {
+    if (request.getType() == TypeCode::DateTimeRequest) {
+      client.send(noxp::remote::DateTimeResponseProt(7, 8));
+    } else if (request.getType() == TypeCode::SelectListCloseRequest) {
+      client.refuse("IE", "008", "no");
+    } else if (request.getType() == TypeCode::SelectFileRequest) {
+      NOXPBlob keys("A");
+      auto* const list = new noxp::remote::SelectListProt(&keys);
+      list->setId(4);
+      client.send(ToviResponseProt(0, nullptr, list));
+    } else if (request.getType() == TypeCode::ExistsRecordRequest) {
+      client.send(ToviResponseProt(1, nullptr, nullptr));
+    } else {
+      client.send(OKResponseProt());
+    }
+  }));
+  Connection connection = Connection::open(options(peer));
+  { File file = connection.file("F"); }
+  EXPECT_EQ(seen_.size(), 2u) << "its answer has not been read";
+  connection.dateTime();
+  ASSERT_EQ(seen_.size(), 4u);
+  EXPECT_EQ(seen_[2].request, "CloseFile");
+  EXPECT_EQ(seen_[2].sent, closing);
+  EXPECT_EQ(seen_[2].received, done);
+  EXPECT_EQ(seen_[2].state, "");
+  EXPECT_EQ(seen_[3].request, "DateTime");
+
+  // A batch takes such answers, too; this one is a failure.
+  File file = connection.file("F");
+  seen_.clear();
+  { SelectList list = file.select(); }
+  Batch batch(connection);
+  batch.exists("F", "1");
+  batch.run();
+  ASSERT_EQ(seen_.size(), 3u);
+  EXPECT_EQ(seen_[1].request, "SelectListClose");
+  EXPECT_EQ(seen_[1].state, "IE008");
+  EXPECT_EQ(seen_[1].outcome, Outcome::Rejected);
+  EXPECT_GT(seen_[1].received, 0u);
+  EXPECT_EQ(seen_[2].request, "ExistsRecord");
+
+  seen_.clear();
+  file.close();
+  connection.close();
+  ASSERT_EQ(seen_.size(), 1u);
+  EXPECT_EQ(seen_[0].sent, closing);
+  EXPECT_EQ(seen_[0].received, 0u);
+  EXPECT_EQ(seen_[0].state, sqlstate::kConnectionLost);
+  EXPECT_EQ(seen_[0].outcome, Outcome::Unknown);
+}
+
+TEST_F(Observers, AreToldOfRequestsOfABatchThatIsLost) {
+  Peer peer([](PeerConnection& client) {
+    client.welcome();
+    client.receive();
+    client.send(ToviResponseProt(1, nullptr, nullptr));
+    client.receive();
+  });
+  Connection connection = Connection::open(options(peer));
+  Batch batch(connection);
+  for (int i = 0; i < 3; ++i) batch.remove("F", "1");
+  batch.run();
+  ASSERT_EQ(seen_.size(), 4u);
+  EXPECT_EQ(seen_[1].state, "");
+  for (std::size_t i = 2; i < 4; ++i) {
+    EXPECT_EQ(seen_[i].request, "DeleteRecord");
+    EXPECT_EQ(seen_[i].sent, seen_[1].sent);
+    EXPECT_EQ(seen_[i].state, sqlstate::kConnectionLost);
+  }
+}
+
 TEST_F(Observers, ThatThrowChangeNothing) {
   Peer peer(test::serving([](PeerConnection& client, Serializable&) {
     client.send(noxp::remote::DateTimeResponseProt(7, 8));

@@ -21,8 +21,11 @@ struct Exchange {
   Outcome outcome = Outcome::NotSent;  ///< of one that failed
 };
 
-/// Called after each request, in the thread that made it. It must not use the connection; what it
-/// throws is dropped. An observer that several connections share is called by all their threads.
+/// Called after each request, in the thread that made it. One whose answer nobody waits for, such
+/// as the closing of a file by its destructor, is told of when its answer is read, which a later
+/// request does, or when the connection ends: as 08006 and Unknown then. It must not use the
+/// connection, and outlives it; what it throws is dropped. An observer that several connections
+/// share is called by all their threads.
 using Observer = std::function<void(const Exchange&)>;
 
 }  // namespace nox::client
