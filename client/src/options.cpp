@@ -252,7 +252,10 @@ std::string Options::toUri() const {
   const Options defaults;
   for (const Setting& setting : kSettings) {
     const std::string value = setting.show(*this);
-    if (value == setting.show(defaults)) continue;
+    // Whoever reads it may have an environment that says something else, and the password would go
+    // where TLS was meant to be.
+    const bool isAlwaysShown = setting.key == std::string_view("tls");
+    if (!isAlwaysShown && value == setting.show(defaults)) continue;
     uri += separator;
     uri += setting.key;
     uri += '=';

@@ -191,6 +191,13 @@ TEST_F(Uri, IsShownWithoutThePasswordAndWithoutDefaults) {
   EXPECT_EQ(options.toUri(), uri);
 }
 
+TEST_F(Uri, ShowsAlwaysWhetherTlsIsUsed) {
+  const Options options = Options::fromUri("nox://anna@h?tls=verify-full");
+  EXPECT_EQ(options.toUri(), "nox://anna@h?tls=verify-full");
+  const test::Environment unsafe(test::Environment::Variables{{"NOX_TLS", "off"}});
+  EXPECT_EQ(Options::fromUri(options.toUri()).tls, Tls::VerifyFull);
+}
+
 TEST_F(Uri, ThatIsShownIsTheSameWhenItIsRead) {
   Options options = Options::fromUri("nox://[fe80::1%25eth0]:7,h/A?client_name=%20%26%3D%25");
   options.user = "a:b@c";

@@ -82,7 +82,7 @@ struct NOX_CLIENT_EXPORT Options {
   static Options fromEnvironment();
   /// What the URI says, over what the environment says. An empty one stands for NOX_URI, if any.
   static Options fromUri(std::string_view uri = {});
-  /// As a URI, without the password; what is as by default is left out.
+  /// As a URI, without the password; what is as by default is left out, but for `tls`.
   std::string toUri() const;
 };
 
