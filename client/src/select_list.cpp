@@ -13,6 +13,9 @@ using noxp::remote::SelectListProt;
 
 namespace {
 
+// What a server sends at once. The number travels in 32 bits, of which larger ones would lose some.
+constexpr std::size_t kMostIds = 10'000;
+
 /// The record at the list's cursor. Null where it was deleted, which travels as a null blob and
 /// leaves one that never held anything, and where the list has fewer records than keys.
 const NOXPBlob* recordAt(const SelectListProt& list) {
@@ -142,7 +145,7 @@ SelectList SelectList::withRecords(bool wanted) && {
 }
 
 SelectList& SelectList::pageSize(std::size_t ids) & {
-  state_->pageSize = std::max<std::size_t>(ids, 1);
+  state_->pageSize = std::clamp<std::size_t>(ids, 1, kMostIds);
   // What came with the list has a size of its own.
   if (state_->firstPage && state_->firstPage->size() > state_->pageSize) state_->firstPage.reset();
   return *this;

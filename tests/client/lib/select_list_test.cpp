@@ -247,6 +247,17 @@ TEST_F(SelectLists, ThatSelectNothingHaveNoEntries) {
   EXPECT_THAT(asked(), ElementsAre("Run SSELECT F WITH X list none v0"));
 }
 
+TEST_F(SelectLists, HavePagesOfUpTo10000Ids) {
+  for (const std::size_t ids : {std::size_t{10'001}, std::size_t{1} << 32}) {
+    SelectList list = select({"A"}).withRecords().pageSize(ids);
+    replyPage({"A"}, {"alpha"});
+    EXPECT_TRUE(list.nextPage());
+    EXPECT_THAT(asked(), ElementsAre("ListFetch 4 2 10000 1 changes none"));
+    list.close();
+    asked();
+  }
+}
+
 TEST_F(SelectLists, GoAlongWithACommand) {
   SelectList list = select({"A"});
   NOXPBlob none("");

@@ -42,7 +42,8 @@ public:
   /// Pages bring the records, as they are at that moment.
   SelectList& withRecords(bool wanted = true) &;
   SelectList withRecords(bool wanted = true) &&;
-  /// How many ids a page has at most; the server may send fewer.
+  /// How many ids a page has at most, from 1 to 10,000: what is beyond is taken as the nearest. The
+  /// server may send fewer.
   SelectList& pageSize(std::size_t ids) &;
   SelectList pageSize(std::size_t ids) &&;
 
