@@ -280,7 +280,9 @@ private:
     bool done = true;
     if (verify_) {
       X509_VERIFY_PARAM* const expected = SSL_get0_param(ssl);
-      X509_VERIFY_PARAM_set_hostflags(expected, X509_CHECK_FLAG_NO_PARTIAL_WILDCARDS);
+      // A subject was never meant to name hosts: authorities do not look at it as closely.
+      X509_VERIFY_PARAM_set_hostflags(
+          expected, X509_CHECK_FLAG_NO_PARTIAL_WILDCARDS | X509_CHECK_FLAG_NEVER_CHECK_SUBJECT);
       const std::string withoutZone = name.substr(0, name.find('%'));
       done = address ? X509_VERIFY_PARAM_set1_ip_asc(expected, withoutZone.c_str()) == 1
                      : X509_VERIFY_PARAM_set1_host(expected, name.c_str(), name.size()) == 1;

@@ -119,6 +119,14 @@ TEST_F(TlsConnections, AreRefusedToACertificateOfAnUnknownAuthority) {
       << "nor do the system's authorities know it";
 }
 
+TEST_F(TlsConnections, AreRefusedToANameThatOnlyTheSubjectHas) {
+  CertificateText text;
+  text.name = "localhost";
+  Peer peer(tellingTime(), authority_.issue(text));
+  EXPECT_THAT(refusalOf("nox://ann@localhost:" + std::to_string(peer.port()) + "?" + trusting()),
+              HasSubstr("the server's certificate is refused: hostname mismatch"));
+}
+
 TEST_F(TlsConnections, AreMadeToAnybodyWhereThatIsAskedForInFull) {
   CertificateText text;
   text.hosts = {"other.example"};
