@@ -84,8 +84,23 @@ Error asConnecting(const Error& error) {
                Outcome::NotSent);
 }
 
+/// What goes to the system as a C string would be cut at a NUL: the rest would not be looked at.
+void checkText(const std::string& text, const char* what) {
+  if (text.find('\0') != std::string::npos) throwBadOption(std::string(what) + " has a NUL");
+}
+
 void check(const Options& options) {
   if (options.hosts.empty()) throwBadOption("there is no host to connect to");
+  for (const Host& host : options.hosts) {
+    if (host.name.empty()) throwBadOption("a host has no name");
+    checkText(host.name, "the name of a host");
+  }
+  checkText(options.tlsName, "tls_name");
+  checkText(options.ca, "ca");
+  checkText(options.certificate, "cert");
+  checkText(options.key, "key");
+  checkText(options.passwordFile, "password_file");
+  checkText(options.traceFile, "the trace file's name");
   if (options.user.empty()) throwBadOption("there is no user to log in as");
   if (options.connectTimeout.count() < 0) throwBadOption("connect_timeout is negative");
   if (options.requestTimeout.count() < 0) throwBadOption("request_timeout is negative");

@@ -121,5 +121,34 @@ TEST(Options, AreCheckedBeforeAnybodyIsAsked) {
   EXPECT_THROW(Connection::open(nobody), Error);
 }
 
+TEST(Options, HaveNoTextThatWouldBeCut) {
+  const Environment environment;
+  const std::string cut("127.0.0.1\0evil", 14);
+  const auto mistakeIn = [](const Options& options) -> std::string {
+    try {
+      Connection::open(options);
+    } catch (const Error& error) {
+      EXPECT_EQ(error.sqlState(), sqlstate::kBadOption);
+      return error.message();
+    }
+    return "connected";
+  };
+  Options options = Options::fromUri("nox://anna@127.0.0.1");
+  options.hosts.push_back({cut, 1});
+  EXPECT_EQ(mistakeIn(options), "the name of a host has a NUL") << "the first is not asked";
+  options.hosts[1].name.clear();
+  EXPECT_EQ(mistakeIn(options), "a host has no name");
+  for (const auto& [text, message] : {std::pair{&Options::tlsName, "tls_name has a NUL"},
+                                      {&Options::ca, "ca has a NUL"},
+                                      {&Options::certificate, "cert has a NUL"},
+                                      {&Options::key, "key has a NUL"},
+                                      {&Options::passwordFile, "password_file has a NUL"},
+                                      {&Options::traceFile, "the trace file's name has a NUL"}}) {
+    Options one = Options::fromUri("nox://anna@127.0.0.1");
+    one.*text = cut;
+    EXPECT_EQ(mistakeIn(one), message);
+  }
+}
+
 }  // namespace
 }  // namespace nox::client
