@@ -83,7 +83,8 @@ Connection::Connection(std::shared_ptr<Link> link) : link_(std::move(link)) {}
 Connection::Connection(Connection&& other) noexcept = default;
 
 Connection& Connection::operator=(Connection&& other) noexcept {
-  std::swap(link_, other.link_);
+  Connection taken(std::move(other));
+  std::swap(link_, taken.link_);
   return *this;
 }
 

@@ -76,6 +76,7 @@ void Conversation::State::run(Serializable& request, bool isSecret) {
   link->mayHoldLocks = true;
   link->mayHaveActiveList = true;
   isWaiting = false;
+  number = ++link->programs;
   const std::unique_ptr<Serializable> answer = link->exchange(request, isSecret);
   if (auto* const prompt = dynamic_cast<noxp::InputOutputResponseProt*>(answer.get())) {
     isWaiting = true;
@@ -132,12 +133,14 @@ Conversation::Conversation(std::unique_ptr<State> state) : state_(std::move(stat
 Conversation::Conversation(Conversation&& other) noexcept = default;
 
 Conversation& Conversation::operator=(Conversation&& other) noexcept {
-  std::swap(state_, other.state_);
+  Conversation taken(std::move(other));
+  std::swap(state_, taken.state_);
   return *this;
 }
 
 Conversation::~Conversation() {
-  if (!state_ || !state_->isWaiting) return;
+  // One that was started since has ended this one; the request would end that one, too.
+  if (!state_ || !state_->isWaiting || state_->number != state_->link->programs) return;
   noxp::remote::DateTimeRequestProt request;
   state_->link->post(request);
 }

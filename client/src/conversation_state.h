@@ -1,6 +1,7 @@
 // What a Conversation is made of.
 #pragma once
 
+#include <cstdint>
 #include <memory>
 #include <optional>
 #include <string_view>
@@ -14,6 +15,7 @@ namespace nox::client {
 
 struct Conversation::State {
   std::shared_ptr<detail::Link> link;
+  std::uint64_t number = 0;  // among the link's programs
   bool isWaiting = false;
   bool isHidden = false;
   Record output;

@@ -44,8 +44,9 @@ File::File(std::shared_ptr<Link> link, std::string name)
 File::File(File&& other) noexcept = default;
 
 File& File::operator=(File&& other) noexcept {
-  std::swap(link_, other.link_);
-  std::swap(name_, other.name_);
+  File taken(std::move(other));
+  std::swap(link_, taken.link_);
+  std::swap(name_, taken.name_);
   return *this;
 }
 

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <chrono>
+#include <cstdint>
 #include <memory>
 #include <string>
 
@@ -57,6 +58,7 @@ public:
   const int fetchSize;
   bool emptyIsNull = false;          // EMPTY_NULL was set
   bool inTransaction = false;        // a local one, or a started branch
+  std::uint64_t programs = 0;        // that were started; the server goes on with the last alone
   std::weak_ptr<RowSource> catalog;  // the server keeps the rows of one catalogue query
   // What the next user of a pooled connection would notice.
   bool isChanged = false;  // properties, account, or what a program left

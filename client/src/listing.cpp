@@ -34,7 +34,8 @@ Listing::Listing(std::unique_ptr<State> state) : state_(std::move(state)) {}
 Listing::Listing(Listing&& other) noexcept = default;
 
 Listing& Listing::operator=(Listing&& other) noexcept {
-  std::swap(state_, other.state_);
+  Listing taken(std::move(other));
+  std::swap(state_, taken.state_);
   return *this;
 }
 

@@ -192,9 +192,10 @@ Pool::Lease::Lease(std::shared_ptr<State> pool, std::unique_ptr<Connection> conn
 Pool::Lease::Lease(Lease&& other) noexcept = default;
 
 Pool::Lease& Pool::Lease::operator=(Lease&& other) noexcept {
-  std::swap(pool_, other.pool_);
-  std::swap(connection_, other.connection_);
-  std::swap(born_, other.born_);
+  Lease taken(std::move(other));
+  std::swap(pool_, taken.pool_);
+  std::swap(connection_, taken.connection_);
+  std::swap(born_, taken.born_);
   return *this;
 }
 

@@ -126,7 +126,8 @@ SelectList::SelectList(std::unique_ptr<State> state) : state_(std::move(state)) 
 SelectList::SelectList(SelectList&& other) noexcept = default;
 
 SelectList& SelectList::operator=(SelectList&& other) noexcept {
-  std::swap(state_, other.state_);
+  SelectList taken(std::move(other));
+  std::swap(state_, taken.state_);
   return *this;
 }
 

@@ -38,7 +38,8 @@ Transaction::Transaction(std::shared_ptr<Link> link) : link_(std::move(link)) {}
 Transaction::Transaction(Transaction&& other) noexcept = default;
 
 Transaction& Transaction::operator=(Transaction&& other) noexcept {
-  std::swap(link_, other.link_);
+  Transaction taken(std::move(other));
+  std::swap(link_, taken.link_);
   return *this;
 }
 
@@ -111,9 +112,10 @@ XaBranch::XaBranch(XaBranch&& other) noexcept
       state_(std::exchange(other.state_, State::Finished)) {}
 
 XaBranch& XaBranch::operator=(XaBranch&& other) noexcept {
-  std::swap(link_, other.link_);
-  std::swap(xid_, other.xid_);
-  std::swap(state_, other.state_);
+  XaBranch taken(std::move(other));
+  std::swap(link_, taken.link_);
+  std::swap(xid_, taken.xid_);
+  std::swap(state_, taken.state_);
   return *this;
 }
 

@@ -131,6 +131,27 @@ TEST_F(Commands, AreAbandonedWithTheirConversation) {
   EXPECT_THAT(asked(), ElementsAre("Run DELETE-FILE OLD list none v0", "DateTime"));
 }
 
+TEST_F(Commands, AreAbandonedOnceWhereAnotherOneTakesTheirPlace) {
+  replyPrompt(1, "Sure?");
+  Conversation talk = connection_.converse("DELETE-FILE OLD");
+  // The server gives the first up when it sees the second.
+  replyPrompt(1, "Really?");
+  talk = connection_.converse("CLEAR-FILE OLD");
+  EXPECT_TRUE(talk.isWaiting());
+  EXPECT_THAT(asked(),
+              ElementsAre("Run DELETE-FILE OLD list none v0", "Run CLEAR-FILE OLD list none v0"))
+      << "and would give the second up for whatever else it hears";
+  replyDone("done", "0");
+  talk.answer("Y");
+  EXPECT_EQ(talk.command().text(), "done\n");
+
+  replyPrompt(1, "Sure?");
+  Conversation waiting = connection_.converse("DELETE-FILE NEW");
+  asked();
+  waiting = std::move(talk);
+  EXPECT_THAT(asked(), ElementsAre("DateTime"));
+}
+
 TEST_F(Commands, FailWithTheirConversation) {
   replyPrompt(1, "Sure?");
   Conversation talk = connection_.converse("DELETE-FILE OLD");

@@ -391,6 +391,16 @@ TEST_F(Pools, GiveLocksAndTheActiveListBack) {
   EXPECT_EQ(countOf(TypeCode::RemoteExecuteRequest), 2) << "the second clears the active list";
 }
 
+TEST_F(Pools, TakeAConnectionBackWhereAnotherLeaseTakesItsPlace) {
+  Pool pool(peer_.uri());
+  Pool::Lease lease = pool.acquire();
+  Pool::Lease other = pool.acquire();
+  lease = std::move(other);
+  EXPECT_EQ(pool.statistics().taken, 1u);
+  EXPECT_EQ(pool.statistics().open, 2u);
+  EXPECT_EQ(lease->dateTime().day, 7);
+}
+
 TEST_F(Pools, SetTheRequestTimeoutBack) {
   Pool pool(peer_.uri());
   pool.acquire()->setRequestTimeout(milliseconds(1));

@@ -12,6 +12,7 @@ namespace {
 
 using noxp::remote::ToviResponseProt;
 using testing::ElementsAre;
+using testing::IsEmpty;
 
 class Records : public test::RecordedSession {
 protected:
@@ -164,10 +165,18 @@ TEST_F(Records, FilesAreClosedOnce) {
   second = std::move(first);
   second.close();
   second.close();
-  EXPECT_THAT(asked(), ElementsAre("Open A", "Open B", "Close A"));
+  EXPECT_THAT(asked(), ElementsAre("Open A", "Open B", "Close B", "Close A"));
   first.close();
-  EXPECT_THAT(asked(), ElementsAre("Close B")) << "moving exchanges what is open";
+  EXPECT_THAT(asked(), IsEmpty());
   EXPECT_EQ(errorOf([&] { second.exists("1"); }).message(), "the file was closed");
+}
+
+TEST_F(Records, FilesStayWhereTheyAreAssignedToThemselves) {
+  File file = connection_.file("A");
+  File& same = file;
+  file = std::move(same);
+  EXPECT_EQ(file.name(), "A");
+  EXPECT_THAT(asked(), ElementsAre("Open A"));
 }
 
 TEST_F(Records, ManyFilesMayCloseWithoutAnAnswerInBetween) {

@@ -247,6 +247,15 @@ TEST_F(SelectLists, ThatSelectNothingHaveNoEntries) {
   EXPECT_THAT(asked(), ElementsAre("Run SSELECT F WITH X list none v0"));
 }
 
+TEST_F(SelectLists, AreClosedWhereAnotherOneTakesTheirPlace) {
+  SelectList list = select({"A"});
+  SelectList other = select({"B"});
+  list = std::move(other);
+  EXPECT_THAT(asked(), ElementsAre("ListClose 4"));
+  ASSERT_TRUE(list.nextPage());
+  EXPECT_EQ(list.page()[0].id(), "B");
+}
+
 TEST_F(SelectLists, HavePagesOfUpTo10000Ids) {
   for (const std::size_t ids : {std::size_t{10'001}, std::size_t{1} << 32}) {
     SelectList list = select({"A"}).withRecords().pageSize(ids);

@@ -146,6 +146,16 @@ TEST_F(Session, MovesWithItsConnection) {
   EXPECT_EQ(connection_.echo("x"), "x");
 }
 
+TEST_F(Session, EndsWhereAnotherOneTakesItsPlace) {
+  Connection other = Connection::open(peer_.uri());
+  File file = connection_.file("F");
+  connection_ = std::move(other);
+  EXPECT_EQ(errorOf([&] { file.exists("1"); }).message(),
+            "the connection is unusable: it was closed")
+      << "although what was moved from still lives";
+  EXPECT_EQ(connection_.echo("x"), "x");
+}
+
 TEST_F(Session, SurvivesInWhatWasMadeFromItOnlyWhileItIsOpen) {
   reply<OKResponseProt>();
   std::unique_ptr<File> file;

@@ -98,6 +98,28 @@ TEST_F(Transactions, Move) {
   EXPECT_THAT(asked(), ElementsAre("Begin 0", "Commit"));
 }
 
+TEST_F(Transactions, AreRolledBackWhereAnotherOneTakesTheirPlace) {
+  Transaction work = connection_.begin();
+  Transaction next = connection_.begin();  // the peer does not mind
+  work = std::move(next);
+  EXPECT_TRUE(work.isOpen());
+  EXPECT_FALSE(next.isOpen());
+  EXPECT_THAT(asked(), ElementsAre("Begin 0", "Begin 0", "Rollback"));
+  work.commit();
+}
+
+TEST_F(Transactions, BranchesAreRolledBackWhereAnotherOneTakesTheirPlace) {
+  replyXa();
+  XaBranch branch = connection_.startBranch(xid_);
+  XaBranch prepared = connection_.preparedBranch(xid_);
+  asked();
+  replyXa();
+  replyXa();
+  branch = std::move(prepared);
+  EXPECT_EQ(branch.state(), XaBranch::State::Prepared);
+  EXPECT_EQ(asked().size(), 2u) << "it is ended and rolled back";
+}
+
 TEST_F(Transactions, BranchesGoThroughTheirPhases) {
   for (int i = 0; i < 4; ++i) replyXa();
   {

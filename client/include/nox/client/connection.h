@@ -66,8 +66,8 @@ private:
 };
 
 /// A session. Moves only (what it was moved from may be assigned to or destroyed, as everywhere in
-/// this library); closed by its destructor. One thread at a time, but for cancel(); several
-/// threads use several connections, or a Pool.
+/// this library); closed by its destructor, and when another one is assigned. One thread at a time,
+/// but for cancel(); several threads use several connections, or a Pool.
 ///
 /// Every operation may throw Error. The library never sends a request again once a byte of it has
 /// left. After an error whose outcome is Unknown, and after an answer that does not fit, the
