@@ -3,6 +3,7 @@
 #include <optional>
 #include <utility>
 
+#include "client/src/defaults.h"
 #include "client/src/password_file.h"
 #include "client/src/resolver.h"
 #include "client/src/socket.h"
@@ -90,7 +91,6 @@ void checkText(const std::string& text, const char* what) {
 }
 
 void check(const Options& options) {
-  if (options.hosts.empty()) throwBadOption("there is no host to connect to");
   for (const Host& host : options.hosts) {
     if (host.name.empty()) throwBadOption("a host has no name");
     checkText(host.name, "the name of a host");
@@ -113,9 +113,11 @@ void check(const Options& options) {
 }  // namespace
 
 std::shared_ptr<Link> openLink(const Options& asked) {
-  check(asked);
-  const Deadline deadline = Deadline::in(asked.connectTimeout);
   Options options = asked;
+  if (options.hosts.empty()) options.hosts = {{kDefaultHost, 0}};
+  if (options.user.empty()) options.user = loginName();
+  check(options);
+  const Deadline deadline = Deadline::in(options.connectTimeout);
   if (options.password.empty() && !options.passwordFile.empty()) {
     options.password = readPasswordFile(options.passwordFile);
   }

@@ -1,14 +1,12 @@
 #include "nox/client/options.h"
 
-#include <pwd.h>
-#include <unistd.h>
-
 #include <charconv>
 #include <cstdlib>
 #include <limits>
 #include <set>
 #include <system_error>
 
+#include "client/src/defaults.h"
 #include "client/src/uri.h"
 
 namespace nox::client {
@@ -159,14 +157,6 @@ std::optional<std::string> variable(const char* name) {
   return std::string(value);
 }
 
-std::string loginName() {
-  std::string room(4096, '\0');
-  passwd entry{};
-  passwd* found = nullptr;
-  if (getpwuid_r(geteuid(), &entry, room.data(), room.size(), &found) != 0 || !found) return {};
-  return found->pw_name;
-}
-
 bool parseSwitch(std::string_view key, std::string_view value) {
   if (value == "0") return false;
   if (value == "1") return true;
@@ -213,9 +203,9 @@ void apply(Options& options, const detail::Uri& uri) {
 
 Options Options::fromEnvironment() {
   Options options;
-  options.user = variable("NOX_USER").value_or(loginName());
+  options.user = variable("NOX_USER").value_or(detail::loginName());
   options.account = variable("NOX_ACCOUNT").value_or("");
-  options.hosts = detail::parseHosts(variable("NOX_HOST").value_or("localhost"));
+  options.hosts = detail::parseHosts(variable("NOX_HOST").value_or(detail::kDefaultHost));
   usePort(options);
   for (const Setting& setting : kSettings) {
     if (const std::optional<std::string> value = variable(setting.variable)) {

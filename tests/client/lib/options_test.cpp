@@ -8,6 +8,7 @@
 #include "nox/client/error.h"
 #include "nox/client/options.h"
 #include "tests/client/support/environment.h"
+#include "tests/client/support/peer.h"
 
 namespace nox::client {
 namespace {
@@ -111,14 +112,45 @@ TEST(Options, CountAnEmptyVariableAsNone) {
   EXPECT_EQ(Options::fromUri("").tls, Tls::VerifyFull);
 }
 
-TEST(Options, AreCheckedBeforeAnybodyIsAsked) {
+TEST(Options, AreChecked) {
   const Environment environment;
-  Options nowhere = Options::fromUri("nox://anna@localhost");
-  nowhere.hosts.clear();
-  EXPECT_THROW(Connection::open(nowhere), Error);
-  Options nobody = Options::fromUri("nox://anna@localhost");
-  nobody.user.clear();
-  EXPECT_THROW(Connection::open(nobody), Error);
+  const auto mistakeIn = [](const Options& options) -> std::string {
+    try {
+      Connection::open(options);
+    } catch (const Error& error) {
+      EXPECT_EQ(error.sqlState(), sqlstate::kBadOption);
+      return error.message();
+    }
+    return "connected";
+  };
+  Options options;
+  options.maxFrame = 1023;
+  EXPECT_EQ(mistakeIn(options), "max_frame is at least 1K");
+  options = Options();
+  options.fetchSize = 0;
+  EXPECT_EQ(mistakeIn(options), "fetch_size is at least 1");
+}
+
+TEST(Options, StandForThisUserWhereTheyNameNobody) {
+  const Environment environment;
+  test::Peer peer([](test::PeerConnection& client) { client.welcome(); });
+  Options options;
+  options.hosts = {{"127.0.0.1", peer.port()}};
+  options.tls = Tls::Off;
+  EXPECT_EQ(Connection::open(options).user(), Options::fromEnvironment().user);
+}
+
+TEST(Options, StandForThisMachineWhereTheyNameNoHost) {
+  const Environment environment;
+  Options options;
+  options.user = "anna";
+  try {
+    Connection::open(options);
+    FAIL() << "no authority vouches for whoever may listen there";
+  } catch (const Error& error) {
+    EXPECT_EQ(error.message().rfind("cannot connect to localhost:7434: ", 0), 0u)
+        << error.message();
+  }
 }
 
 TEST(Options, HaveNoTextThatWouldBeCut) {

@@ -52,8 +52,8 @@ struct Host {
 ///   (traceFile)       NOX_TRACE               none; a line per frame is appended
 ///   (tracePayload)    NOX_TRACE_PAYLOAD       0; 1 shows what frames say, logins excepted
 struct NOX_CLIENT_EXPORT Options {
-  std::vector<Host> hosts;  ///< tried in order, all of their addresses too
-  std::string user;
+  std::vector<Host> hosts;  ///< tried in order, all of their addresses too; none: localhost
+  std::string user;         ///< empty: the user's login name
   std::string account;
   std::string password;
   /// Its first line is the password, where `password` is empty. Refused unless it is a plain file
