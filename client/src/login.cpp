@@ -90,6 +90,16 @@ void checkText(const std::string& text, const char* what) {
   if (text.find('\0') != std::string::npos) throwBadOption(std::string(what) + " has a NUL");
 }
 
+/// A port that speaks TLS makes nothing of a login in plain text: it closes, or answers with what
+/// is no frame.
+Error withHint(const Error& error) {
+  if (error.sqlState() != sqlstate::kConnectionLost && error.sqlState() != sqlstate::kOutOfStep) {
+    return error;
+  }
+  return Error(error.sqlState(), error.message() + " (does this port speak TLS? tls is off)",
+               error.outcome(), error.status());
+}
+
 void check(const Options& options) {
   for (const Host& host : options.hosts) {
     if (host.name.empty()) throwBadOption("a host has no name");
@@ -159,7 +169,7 @@ std::shared_ptr<Link> openLink(const Options& asked) {
       if (!mayBeBetterElsewhere(error)) throw;
       // What the only server says needs no more words.
       if (options.hosts.size() == 1 && isSaidByServer(error)) throw;
-      note(host, error, isLast);
+      note(host, tls ? error : withHint(error), isLast);
     }
   }
   throw Error(last->sqlState(), "cannot connect to " + failures, last->outcome(), last->status());

@@ -36,6 +36,7 @@ std::string takeError() {
   const unsigned long code = ERR_get_error();
   ERR_clear_error();
   if (code == 0) return "no reason given";
+  if (ERR_SYSTEM_ERROR(code)) return systemText(ERR_GET_REASON(code));
   const char* const reason = ERR_reason_error_string(code);
   if (reason) return reason;
   char text[256];
@@ -242,11 +243,12 @@ public:
   std::unique_ptr<Transport> connect(Descriptor descriptor, const std::string& host,
                                      const Deadline& deadline) const override {
     auto transport = std::make_unique<TlsTransport>(std::move(descriptor), *context_);
-    expect(transport->ssl(), name_.empty() ? host : name_);
+    const std::string& name = name_.empty() ? host : name_;
+    expect(transport->ssl(), name);
     for (;;) {
       const Transport::Result result = transport->shakeHands();
       if (result.kind == Kind::Bytes) return transport;
-      if (result.kind == Kind::End || result.kind == Kind::Failed) fail(*transport, result);
+      if (result.kind == Kind::End || result.kind == Kind::Failed) fail(*transport, result, name);
       const short events = result.kind == Kind::WantsRead ? POLLIN : POLLOUT;
       if (waitFor(transport->fd(), events, deadline) == 0) {
         throw TransportFailure{sqlstate::kConnectTimeout, "no TLS handshake in time"};
@@ -291,13 +293,17 @@ private:
     if (!done) throw TransportFailure{sqlstate::kCannotConnect, "TLS: " + takeError()};
   }
 
-  [[noreturn]] static void fail(TlsTransport& transport, const Transport::Result& result) {
+  [[noreturn]] static void fail(TlsTransport& transport, const Transport::Result& result,
+                                const std::string& name) {
     const long verdict = SSL_get_verify_result(transport.ssl());
     const bool verifies = SSL_get_verify_mode(transport.ssl()) == SSL_VERIFY_PEER;
     std::string why;
     if (verifies && verdict != X509_V_OK) {
       why = std::string("the server's certificate is refused: ") +
             X509_verify_cert_error_string(verdict);
+      const bool isMisnamed =
+          verdict == X509_V_ERR_HOSTNAME_MISMATCH || verdict == X509_V_ERR_IP_ADDRESS_MISMATCH;
+      if (isMisnamed) why += ": it is not for " + name;
     } else if (result.kind == Kind::End) {
       why = "the server closed the connection during the TLS handshake";
     } else {

@@ -172,8 +172,9 @@ TEST_F(BrokenFrames, EndALoginWithWhatCame) {
   } catch (const Error& error) {
     EXPECT_EQ(error.sqlState(), sqlstate::kCannotConnect);
     EXPECT_EQ(error.outcome(), Outcome::NotSent);
-    EXPECT_EQ(error.message(), "cannot connect to 127.0.0.1:" + std::to_string(peer.port()) +
-                                   ": what came is no frame");
+    EXPECT_EQ(error.message(),
+              "cannot connect to 127.0.0.1:" + std::to_string(peer.port()) +
+                  ": what came is no frame (does this port speak TLS? tls is off)");
   }
 }
 

@@ -164,6 +164,17 @@ TEST_F(NoxdTls, LogsInToWhomItTrusts) {
   EXPECT_EQ(connection.echo(large), large);
 }
 
+TEST_F(NoxdTls, SaysSoWhereTlsIsOff) {
+  Options plain = options();
+  plain.tls = Tls::Off;
+  try {
+    Connection::open(plain);
+    FAIL() << "nothing was thrown";
+  } catch (const Error& error) {
+    EXPECT_THAT(error.message(), HasSubstr(" (does this port speak TLS? tls is off)"));
+  }
+}
+
 TEST_F(NoxdTls, DoesNotLogInToAStranger) {
   Options strange = options();
   strange.ca.clear();
