@@ -1,7 +1,8 @@
 #!/usr/bin/env bash
-# check_transcript.sh BUILD_DIR [--update]: runs the commands of the first ```console block of README.md
-# in a fresh directory, and fails when they print something else than what stands there. The agent
-# takes free ports instead of its usual ones. With --update, what they print is put into README.md.
+# check_transcript.sh BUILD_DIR [--update]: runs the commands of the ```console blocks of README.md, from
+# top to bottom in a fresh directory, and fails when they print something else than what stands there.
+# The agent takes free ports instead of its usual ones. With --update, what they print is put into
+# README.md.
 set -euo pipefail
 source=$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)
 build=$(cd "$1" && pwd)
@@ -17,8 +18,7 @@ trap cleanup EXIT
 cd "$work"
 export PATH=$build/bin:$PATH HOME=$work NO_COLOR=1
 
-sed -n '/^```console$/,/^```$/p; /^```console$/,/^```$/{/^```$/q}' "$source/README.md" |
-  sed '/^```/d' | awk 'NR == 1 || !/^```/' >shown
+awk '/^```console$/ { inside = 1; next } /^```$/ { inside = 0 } inside' "$source/README.md" >shown
 
 # run COMMAND: one line of the transcript.
 run() {
@@ -54,9 +54,12 @@ exec 5>&-
 
 if [ "$update" = --update ]; then
   awk -v printed="$work/printed" '
-    /^```console$/ && !done { print; while ((getline line < printed) > 0) print line; skip = 1; done = 1; next }
-    skip && /^```$/ { skip = 0 }
-    !skip' "$source/README.md" >new
+    function advance() { more = (getline line < printed) > 0 }
+    BEGIN { advance() }
+    /^```console$/ { inside = 1; print; next }
+    /^```$/ { inside = 0 }
+    !inside { print; next }
+    /^[$] / { do { print line; advance() } while (more && line !~ /^[$] /) }' "$source/README.md" >new
   cp new "$source/README.md"
 else
   diff shown printed
