@@ -65,12 +65,14 @@ public:
     }
   }
 
-  /// Nothing for null. Throws std::runtime_error.
+  /// Nothing for null. Throws std::runtime_error, also for a row without an id.
   void fill(InputRecord& record, const std::vector<std::optional<std::string>>& values) const {
     if (values.size() != targets_.size()) {
       throw std::runtime_error(std::to_string(values.size()) + " values under " +
                                std::to_string(targets_.size()) + " columns");
     }
+    // What the row before has left there must not become this row's.
+    record.id.clear();
     record.record = Record();
     for (std::size_t i = 0; i < values.size(); ++i) {
       if (!values[i]) continue;
@@ -81,6 +83,7 @@ public:
                           Record::parse(*values[i]).bytes());
       }
     }
+    if (record.id.empty()) throw std::runtime_error("the id is empty");
   }
 
 private:

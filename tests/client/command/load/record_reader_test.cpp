@@ -87,6 +87,16 @@ TEST(CsvReader, RefusesHeadingsItCannotPlace) {
   EXPECT_THROW(readAll("", makeCsvReader), Refused);
 }
 
+TEST(CsvReader, RefusesARowWithoutAnId) {
+  EXPECT_EQ(readAll("ID,NAME\nA,first\n,second\n\"\",third\nB,fourth\n", makeCsvReader),
+            (Strings{"A=first", "!3: the id is empty", "!4: the id is empty", "B=fourth"}));
+}
+
+TEST(TsvReader, RefusesARowWithoutAnId) {
+  EXPECT_EQ(readAll("ID\tNAME\nA\tfirst\n\\N\tsecond\n\tthird\n", makeTsvReader),
+            (Strings{"A=first", "!3: the id is empty", "!4: the id is empty"}));
+}
+
 TEST(TsvReader, ReadsEscapesAndNull) {
   EXPECT_EQ(readAll("ID\tNAME\tPHONES\n1\ta\\tb\\nc~5Cd\t\\N\n", makeTsvReader),
             (Strings{"1=a~09b~0Ac~5Cd"}));

@@ -60,6 +60,16 @@ TEST_F(NoxLoad, PutsWhatCannotBeLoadedIntoTheRejectFile) {
   EXPECT_THAT(rejects, HasSubstr("{\"line\":5,"));
 }
 
+TEST_F(NoxLoad, LeavesTheRecordBeforeARowWithoutAnIdAlone) {
+  const Outcome outcome = nox({"load", "L", "--from-format", "csv", "--reject", file("rejects")},
+                              "ID,1\nA,first\n,second\n");
+  EXPECT_EQ(outcome.status, 1);
+  EXPECT_THAT(outcome.err, HasSubstr("1 loaded, 1 rejected"));
+  EXPECT_EQ(done({"read", "L", "A"}), "first");
+  EXPECT_EQ(contentOf("rejects"),
+            "{\"line\":3,\"error\":\"the id is empty\",\"input\":\",second\"}\n");
+}
+
 TEST_F(NoxLoad, GoesOnWhereItWasBrokenOff) {
   const Words words{"load",    "L",  "--from-format", "jsonl",
                     "--batch", "10", "--resume",      file("state")};
