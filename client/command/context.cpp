@@ -275,6 +275,14 @@ std::uint64_t InputFile::size() const {
   return static_cast<std::uint64_t>(status.st_size);
 }
 
+bool InputFile::is(const std::string& path) const {
+  struct stat mine {};
+  struct stat other {};
+  return fstat(descriptor_, &mine) == 0 && S_ISREG(mine.st_mode) &&
+         stat(path.c_str(), &other) == 0 && mine.st_dev == other.st_dev &&
+         mine.st_ino == other.st_ino;
+}
+
 std::string readAll(const std::string& path) {
   InputFile file(path);
   std::string text;

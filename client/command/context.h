@@ -115,6 +115,8 @@ public:
   std::size_t read(char* to, std::size_t most);
   /// Of a plain file, in bytes; 0 for others.
   std::uint64_t size() const;
+  /// Whether `path` is this file, under whatever name. Only plain files can be lost that way.
+  bool is(const std::string& path) const;
   /// As messages name it.
   const std::string& name() const { return name_; }
 

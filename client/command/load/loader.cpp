@@ -3,6 +3,7 @@
 #include <fcntl.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <charconv>
 #include <cstdio>
@@ -76,7 +77,10 @@ private:
 /// What cannot be loaded: written to a file with the reason, or the end of the load.
 class Rejects {
 public:
-  Rejects(std::string path, bool resumed) : path_(std::move(path)), file_(nullptr, std::fclose) {
+  explicit Rejects(std::string path) : path_(std::move(path)), file_(nullptr, std::fclose) {}
+
+  /// Takes the place of those of a load before, unless this one goes on with it.
+  void open(bool resumed) {
     if (path_.empty()) return;
     file_.reset(std::fopen(path_.c_str(), resumed ? "abe" : "wbe"));
     if (!file_) throw Refused("cannot write " + path_ + ": " + std::strerror(errno));
@@ -115,15 +119,18 @@ public:
   Load(Context& context, const LoadOptions& options)
       : context_(context),
         options_(options),
-        checkpoint_(options.resumePath),
-        rejects_(options.rejectPath, checkpoint_.done() > 0),
+        format_(formatOf(options)),
         lines_(options.path),
+        checkpoint_(checked(options.resumePath, "--resume")),
+        rejects_(checked(options.rejectPath, "--reject")),
         connection_(context.connection()),
         batch_(connection_) {}
 
   LoadResult run() {
-    const std::string format = formatOf(options_);
-    const std::unique_ptr<RecordReader> reader = makeReader(format);
+    prepareFile();
+    const std::unique_ptr<RecordReader> reader = makeReader();
+    // Only now: the rejects of another load are not given up for one that cannot begin.
+    rejects_.open(checkpoint_.done() > 0);
     const std::uint64_t size = lines_.size();
     const auto progress =
         context_.progress("records", size > 0 ? std::optional(size) : std::nullopt);
@@ -156,10 +163,29 @@ private:
   // A batch is held in memory until the server has answered.
   static constexpr std::size_t kMostBytes = 16u * 1024u * 1024u;
 
-  std::unique_ptr<RecordReader> makeReader(const std::string& format) {
-    if (format == "jsonl") return makeJsonReader(lines_);
+  /// A path that is written to. Throws UsageError for the input.
+  const std::string& checked(const std::string& path, const char* option) const {
+    if (!path.empty() && lines_.input().is(path)) {
+      throw UsageError(std::string(option) + ": " + path + " is what is to be loaded");
+    }
+    return path;
+  }
+
+  /// Throws client::Error where there is no such file: not each record shall find that out.
+  void prepareFile() {
+    if (options_.create) {
+      const std::vector<std::string> files = filesOf(connection_);
+      if (std::find(files.begin(), files.end(), options_.file) == files.end()) {
+        connection_.execute("CREATE-FILE " + options_.file);
+      }
+    }
+    connection_.file(options_.file).close();
+  }
+
+  std::unique_ptr<RecordReader> makeReader() {
+    if (format_ == "jsonl") return makeJsonReader(lines_);
     const ColumnMapping mapping{options_.idColumn, dictionaryOf(connection_, options_.file)};
-    return format == "csv" ? makeCsvReader(lines_, mapping) : makeTsvReader(lines_, mapping);
+    return format_ == "csv" ? makeCsvReader(lines_, mapping) : makeTsvReader(lines_, mapping);
   }
 
   /// The next record that can be read.
@@ -208,9 +234,10 @@ private:
 
   Context& context_;
   const LoadOptions& options_;
+  const std::string format_;
+  LineReader lines_;
   Checkpoint checkpoint_;
   Rejects rejects_;
-  LineReader lines_;
   client::Connection& connection_;
   client::Batch batch_;
   std::vector<Pending> pending_;

@@ -16,6 +16,7 @@ struct LoadOptions {
   std::uint64_t batch = 1000;
   std::string rejectPath;  // "": what cannot be loaded ends the load
   std::string resumePath;  // "": nothing is kept
+  bool create = false;     // the file, where there is none
 };
 
 struct LoadResult {
@@ -24,7 +25,8 @@ struct LoadResult {
   std::uint64_t skipped = 0;  // done by the load that is resumed
 };
 
-/// Throws Refused, Interrupted and client::Error; what the batches before have written stays.
+/// Throws UsageError, Refused, Interrupted and client::Error; what the batches before have written
+/// stays.
 LoadResult load(Context& context, const LoadOptions& options);
 
 }  // namespace nox::command

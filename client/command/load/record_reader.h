@@ -50,6 +50,7 @@ public:
   std::uint64_t bytes() const { return bytes_; }
   /// Of a plain file; 0 for others.
   std::uint64_t size() const { return input_.size(); }
+  const InputFile& input() const { return input_; }
 
 private:
   static constexpr std::size_t kBlock = 64 * 1024;

@@ -50,14 +50,11 @@ int runLoad(Context& context, const Arguments& arguments) {
   options.batch = numberOf(arguments.get("--batch", "1000"), "--batch", 100'000);
   options.rejectPath = arguments.get("--reject");
   options.resumePath = arguments.get("--resume");
-  if (context.transaction()) throw UsageError("load has transactions of its own; end yours first");
-  if (arguments.has("--create")) {
-    client::Connection& connection = context.connection();
-    const std::vector<std::string> files = filesOf(connection);
-    if (std::find(files.begin(), files.end(), options.file) == files.end()) {
-      connection.execute("CREATE-FILE " + options.file);
-    }
+  options.create = arguments.has("--create");
+  if (!options.rejectPath.empty() && options.rejectPath == options.resumePath) {
+    throw UsageError("--reject and --resume name the same file");
   }
+  if (context.transaction()) throw UsageError("load has transactions of its own; end yours first");
   const LoadResult result = load(context, options);
   std::string text = std::to_string(result.loaded) + " loaded";
   if (result.skipped > 0) text += ", " + std::to_string(result.skipped) + " were done before";

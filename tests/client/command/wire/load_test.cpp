@@ -1,5 +1,6 @@
 // Loading: batches, rejects, and going on after a load was broken off.
 #include <gmock/gmock.h>
+#include <unistd.h>
 
 #include "tests/client/command/wire/nox_program.h"
 
@@ -7,6 +8,7 @@ namespace nox::command::test {
 namespace {
 
 using ::testing::HasSubstr;
+using ::testing::Not;
 
 class NoxLoad : public NoxTest {
 protected:
@@ -68,6 +70,47 @@ TEST_F(NoxLoad, LeavesTheRecordBeforeARowWithoutAnIdAlone) {
   EXPECT_EQ(done({"read", "L", "A"}), "first");
   EXPECT_EQ(contentOf("rejects"),
             "{\"line\":3,\"error\":\"the id is empty\",\"input\":\",second\"}\n");
+}
+
+TEST_F(NoxLoad, DoesNotWriteOverItsInput) {
+  const std::string input = write("mix.jsonl", records(0, 3));
+  const std::string other = file("mix-too.jsonl");
+  ASSERT_EQ(link(input.c_str(), other.c_str()), 0);
+  for (const char* const option : {"--reject", "--resume"}) {
+    for (const std::string& path : {input, other}) {
+      const Outcome outcome = nox({"load", "L", input, option, path});
+      EXPECT_EQ(outcome.status, 2);
+      EXPECT_THAT(outcome.err, HasSubstr(path + " is what is to be loaded"));
+      EXPECT_EQ(contentOf("mix.jsonl"), records(0, 3));
+    }
+  }
+  EXPECT_EQ(nox({"load", "L", input, "--reject", file("one"), "--resume", file("one")}).status, 2);
+  EXPECT_EQ(count(), "0 records counted\n");
+}
+
+TEST_F(NoxLoad, KeepsOldRejectsWhereItCannotBegin) {
+  const std::string rejects = write("old-rejects", "old\n");
+  EXPECT_EQ(nox({"load", "L", file("nowhere.jsonl"), "--reject", rejects}).status, 1);
+  EXPECT_EQ(nox({"load", "L", write("x.txt", ""), "--reject", rejects}).status, 2);
+  EXPECT_EQ(nox({"load", "L", write("x.csv", "ID,NONSENSE\n"), "--reject", rejects}).status, 1);
+  EXPECT_EQ(contentOf("old-rejects"), "old\n");
+  done({"load", "L", write("x.jsonl", records(0, 1)), "--reject", rejects});
+  EXPECT_EQ(contentOf("old-rejects"), "") << "a load that has begun has rejects of its own";
+}
+
+TEST_F(NoxLoad, RejectsNoRecordsForWantOfAFile) {
+  const std::string rejects = write("old-rejects", "old\n");
+  const Outcome outcome =
+      nox({"load", "NOFILE", "--from-format", "jsonl", "--reject", rejects}, records(0, 3));
+  EXPECT_EQ(outcome.status, 1);
+  EXPECT_THAT(outcome.err, HasSubstr("NOFILE"));
+  EXPECT_THAT(outcome.err, Not(HasSubstr("rejected")));
+  EXPECT_EQ(contentOf("old-rejects"), "old\n");
+}
+
+TEST_F(NoxLoad, CreatesNoFileForAnInputThatIsNotThere) {
+  EXPECT_EQ(nox({"load", "--create", "NEW", file("nowhere.jsonl")}).status, 1);
+  EXPECT_THAT(done({"files"}), Not(HasSubstr("NEW")));
 }
 
 TEST_F(NoxLoad, GoesOnWhereItWasBrokenOff) {
