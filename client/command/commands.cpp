@@ -207,8 +207,9 @@ const std::vector<CommandSpec>& commands() {
        "for marks, and ~HH for a byte.\n\n"
        "What cannot be read or is refused ends the load, or goes to the reject file with the "
        "reason. "
-       "With --resume, the number of lines that are done is kept in a file after each batch, and a "
-       "load that was broken off goes on behind them.",
+       "With --resume, how many records are done is kept in a file after each batch, and a load "
+       "that "
+       "was broken off goes on behind them, unless its input begins with others.",
        {kFile, {"PATH", "where the records are", false, false, {}, Names::LocalFile}},
        {{"--from-format",
          "",

@@ -28,7 +28,9 @@ std::string formatOf(const LoadOptions& options) {
   throw UsageError("what kind of input is this? Use --from-format csv, tsv or jsonl");
 }
 
-/// Keeps how many records are done, so that a load can go on after it was broken off.
+/// Keeps how many records are done, so that a load can go on after it was broken off: a line with
+/// their number and, in hexadecimal, the digest of the input up to there. By the digest another
+/// input is refused, while one whose rest was mended is not. The number alone is taken as well.
 class Checkpoint {
 public:
   explicit Checkpoint(std::string path) : path_(std::move(path)) {
@@ -39,25 +41,50 @@ public:
       if (errno == ENOENT) return;
       throw Refused("cannot read " + path_ + ": " + std::strerror(errno));
     }
-    char text[32];
-    const std::size_t n = std::fread(text, 1, sizeof text, file.get());
-    const auto [end, error] = std::from_chars(text, text + n, done_);
-    if (error != std::errc() || (end != text + n && *end != '\n')) {
+    char text[64];
+    const char* const end = text + std::fread(text, 1, sizeof text, file.get());
+    auto [at, error] = std::from_chars(text, end, done_);
+    if (error == std::errc() && at != end && *at == ' ') {
+      std::uint64_t digest = 0;
+      const auto second = std::from_chars(at + 1, end, digest, 16);
+      at = second.ptr;
+      error = second.ec;
+      digest_ = digest;
+    }
+    if (error != std::errc() || (at != end && *at != '\n')) {
       throw Refused(path_ + " is no file of --resume");
     }
   }
 
   std::uint64_t done() const { return done_; }
 
+  /// When as many records as were done have been read. Throws Refused where they are others.
+  void compare(std::uint64_t digest) const {
+    if (digest_ && *digest_ != digest) {
+      throw Refused(path_ + " belongs to another input: its first " + std::to_string(done_) +
+                    " records are not those that were done before");
+    }
+  }
+  /// At the end of the input. Throws Refused where less was read than was done.
+  void expectNoMoreThan(std::uint64_t seen) const {
+    if (seen < done_) {
+      throw Refused(path_ + " belongs to another input: " + std::to_string(done_) +
+                    " records were done before, and this has " + std::to_string(seen));
+    }
+  }
+
   /// Durable when it returns, and never half written.
-  void save(std::uint64_t done) {
+  void save(std::uint64_t done, std::uint64_t digest) {
     if (path_.empty()) return;
     const std::string next = path_ + ".new";
-    const std::string text = std::to_string(done) + "\n";
+    char text[64];
+    const int length =
+        std::snprintf(text, sizeof text, "%llu %016llx\n", static_cast<unsigned long long>(done),
+                      static_cast<unsigned long long>(digest));
     const int file = open(next.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0666);
-    const bool written =
-        file >= 0 && ::write(file, text.data(), text.size()) == static_cast<ssize_t>(text.size()) &&
-        fsync(file) == 0;
+    const bool written = file >= 0 &&
+                         ::write(file, text, static_cast<std::size_t>(length)) == length &&
+                         fsync(file) == 0;
     const int error = errno;
     if (file >= 0) close(file);
     if (!written || std::rename(next.c_str(), path_.c_str()) != 0) {
@@ -72,6 +99,7 @@ public:
 private:
   const std::string path_;
   std::uint64_t done_ = 0;
+  std::optional<std::uint64_t> digest_;  // of the input up to the last that is done
 };
 
 /// What cannot be loaded: written to a file with the reason, or the end of the load.
@@ -153,6 +181,7 @@ public:
         progress->show(lines_.bytes(), result_.loaded);
       }
     }
+    checkpoint_.expectNoMoreThan(seen_);
     flush();
     checkpoint_.remove();
     result_.rejected = rejects_.count();
@@ -193,13 +222,19 @@ private:
     for (;;) {
       try {
         if (!reader.next(record)) return false;
-        ++seen_;
+        count();
         return true;
       } catch (const BadRecord& bad) {
-        ++seen_;
+        count();
         if (seen_ > checkpoint_.done()) rejects_.add(bad.line(), bad.what(), bad.source());
       }
     }
+  }
+
+  void count() {
+    ++seen_;
+    digest_ = lines_.digest();
+    if (seen_ == checkpoint_.done()) checkpoint_.compare(digest_);
   }
 
   void flush() {
@@ -229,7 +264,7 @@ private:
       pending_.clear();
     }
     rejects_.flush();
-    checkpoint_.save(seen_);
+    checkpoint_.save(seen_, digest_);
   }
 
   Context& context_;
@@ -241,7 +276,8 @@ private:
   client::Connection& connection_;
   client::Batch batch_;
   std::vector<Pending> pending_;
-  std::uint64_t seen_ = 0;
+  std::uint64_t seen_ = 0;    // good and bad
+  std::uint64_t digest_ = 0;  // of the input up to the last of them
   LoadResult result_;
 };
 

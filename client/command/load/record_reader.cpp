@@ -10,7 +10,21 @@
 
 namespace nox::command {
 
-LineReader::LineReader(const std::string& path) : input_(path), block_(kBlock, '\0') {}
+namespace {
+
+// FNV-1a, of 64 bits.
+constexpr std::uint64_t kDigestBasis = 0xCBF29CE484222325u;
+constexpr std::uint64_t kDigestPrime = 0x100000001B3u;
+
+std::uint64_t digestWith(std::uint64_t digest, std::string_view bytes) {
+  for (const char c : bytes) digest = (digest ^ static_cast<unsigned char>(c)) * kDigestPrime;
+  return digest;
+}
+
+}  // namespace
+
+LineReader::LineReader(const std::string& path)
+    : input_(path), block_(kBlock, '\0'), digest_(kDigestBasis) {}
 
 bool LineReader::next(std::string& line) {
   line.clear();
@@ -33,6 +47,8 @@ bool LineReader::next(std::string& line) {
     rest_.remove_prefix(taken);
     if (feed != std::string_view::npos) break;
   }
+  // As if each had its line feed: a last line may get one later.
+  if (any) digest_ = digestWith(digestWith(digest_, line), "\n");
   return any;
 }
 

@@ -48,6 +48,9 @@ public:
   bool next(std::string& line);
   std::uint64_t number() const { return number_; }
   std::uint64_t bytes() const { return bytes_; }
+  /// Of the lines so far: another input is told from this one by it, unless somebody means to
+  /// deceive.
+  std::uint64_t digest() const { return digest_; }
   /// Of a plain file; 0 for others.
   std::uint64_t size() const { return input_.size(); }
   const InputFile& input() const { return input_; }
@@ -60,6 +63,7 @@ private:
   std::string_view rest_;  // of it
   std::uint64_t number_ = 0;
   std::uint64_t bytes_ = 0;
+  std::uint64_t digest_;
 };
 
 class RecordReader {

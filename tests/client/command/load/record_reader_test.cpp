@@ -168,6 +168,20 @@ TEST(LineReader, HandsOutLinesWithAnyBytesAndTheLastOneWithoutALineFeed) {
   EXPECT_EQ(lines.bytes(), lines.size());
 }
 
+TEST(LineReader, TellsInputsApartByTheirDigest) {
+  const auto digestOf = [](const std::string& text) {
+    const TextFile file(text);
+    LineReader lines(file.name());
+    for (std::string line; lines.next(line);) continue;
+    return lines.digest();
+  };
+  EXPECT_EQ(digestOf(""), 0xCBF29CE484222325u);  // the published basis of FNV-1a
+  EXPECT_EQ(digestOf("a\nb\n"), digestOf("a\nb"));
+  EXPECT_NE(digestOf("a\nb\n"), digestOf("ab\n"));
+  EXPECT_NE(digestOf("a\nb\n"), digestOf("b\na\n"));
+  EXPECT_NE(digestOf("a\nb\n"), digestOf("a\n"));
+}
+
 TEST(LineReader, TakesNoMoreOfALineThanItMayHave) {
   LineReader lines("/dev/zero");
   std::string line;

@@ -9,6 +9,7 @@ namespace {
 
 using ::testing::HasSubstr;
 using ::testing::Not;
+using ::testing::StartsWith;
 
 class NoxLoad : public NoxTest {
 protected:
@@ -117,7 +118,7 @@ TEST_F(NoxLoad, GoesOnWhereItWasBrokenOff) {
   const Words words{"load",    "L",  "--from-format", "jsonl",
                     "--batch", "10", "--resume",      file("state")};
   EXPECT_EQ(nox(words, records(0, 25) + "nonsense\n").status, 1);
-  EXPECT_EQ(contentOf("state"), "20\n");
+  EXPECT_THAT(contentOf("state"), StartsWith("20 "));
   const Outcome again = nox(words, records(0, 30));
   EXPECT_EQ(again.status, 0) << again.err;
   EXPECT_THAT(again.err, HasSubstr("10 loaded, 20 were done before"));
@@ -125,11 +126,45 @@ TEST_F(NoxLoad, GoesOnWhereItWasBrokenOff) {
   EXPECT_EQ(contentOf("state"), "") << "the file goes with the end of the load";
 }
 
+TEST_F(NoxLoad, GoesOnBehindAStateWithTheNumberAlone) {
+  const Outcome outcome =
+      nox({"load", "L", "--from-format", "jsonl", "--resume", write("old-state", "20\n")},
+          records(0, 30));
+  EXPECT_EQ(outcome.status, 0) << outcome.err;
+  EXPECT_THAT(outcome.err, HasSubstr("10 loaded, 20 were done before"));
+}
+
+TEST_F(NoxLoad, RefusesTheStateOfALongerInput) {
+  const Outcome outcome =
+      nox({"load", "L", "--from-format", "jsonl", "--resume", write("long-state", "999999\n")},
+          records(0, 30));
+  EXPECT_EQ(outcome.status, 1);
+  EXPECT_THAT(outcome.err, HasSubstr("999999 records were done before, and this has 30"));
+  EXPECT_EQ(contentOf("long-state"), "999999\n");
+  EXPECT_EQ(count(), "0 records counted\n");
+}
+
+TEST_F(NoxLoad, RefusesTheStateOfAnotherInput) {
+  const Words words{"load",    "L",  "--from-format", "jsonl",
+                    "--batch", "10", "--resume",      file("other-state")};
+  EXPECT_EQ(nox(words, records(0, 25) + "nonsense\n").status, 1);
+  const std::string state = contentOf("other-state");
+  const Outcome outcome = nox(words, records(100, 200));
+  EXPECT_EQ(outcome.status, 1);
+  EXPECT_THAT(outcome.err, HasSubstr("belongs to another input"));
+  EXPECT_EQ(contentOf("other-state"), state);
+  EXPECT_EQ(count(), "20 records counted\n");
+  done(words, records(0, 30));
+}
+
 TEST_F(NoxLoad, RefusesAStateThatIsNone) {
-  EXPECT_EQ(nox({"load", "L", "--from-format", "jsonl", "--resume", write("no-state", "hello")},
-                records(0, 1))
-                .status,
-            1);
+  for (const char* const text : {"hello", "", "20 ", "20 xyz\n", "20 12 13\n", "-1\n"}) {
+    EXPECT_EQ(nox({"load", "L", "--from-format", "jsonl", "--resume", write("no-state", text)},
+                  records(0, 30))
+                  .status,
+              1)
+        << text;
+  }
 }
 
 TEST_F(NoxLoad, CreatesTheFileWhereItIsAskedTo) {
