@@ -285,6 +285,77 @@ private:
   std::optional<Columns> columns_;
 };
 
+/// Makes a Json in which numbers are texts, as they were written: no digit of 1.10, or of an id of
+/// thirty digits, is lost on the way through a number of this machine.
+class TextsOfJson : public nlohmann::json_sax<Json> {
+public:
+  /// Throws std::runtime_error.
+  static Json parse(const std::string& text) {
+    Json root;
+    TextsOfJson texts(root);
+    Json::sax_parse(text, &texts);
+    return root;
+  }
+
+  explicit TextsOfJson(Json& root) : root_(root) {}
+
+  bool null() override { return add(nullptr); }
+  bool boolean(bool value) override { return add(value); }
+  // Zero comes with a sign only where it was written with one.
+  bool number_integer(number_integer_t value) override {
+    return add(value == 0 ? "-0" : std::to_string(value));
+  }
+  bool number_unsigned(number_unsigned_t value) override { return add(std::to_string(value)); }
+  bool number_float(number_float_t /*value*/, const string_t& text) override { return add(text); }
+  bool string(string_t& value) override { return add(std::move(value)); }
+  bool binary(binary_t& /*value*/) override { return false; }  // JSON's text has none
+  bool start_object(std::size_t /*elements*/) override { return open(Json::object()); }
+  bool key(string_t& value) override {
+    key_ = std::move(value);
+    return true;
+  }
+  bool end_object() override { return close(); }
+  bool start_array(std::size_t /*elements*/) override { return open(Json::array()); }
+  bool end_array() override { return close(); }
+
+  bool parse_error(std::size_t position, const std::string& /*token*/,
+                   const nlohmann::detail::exception& error) override {
+    // Without what it is called in a program, and the line, which is always the first.
+    std::string why = error.what();
+    why.erase(0, why.find("] ") + 2);
+    if (why.compare(0, 11, "parse error") == 0) why.erase(0, why.find(": ") + 2);
+    throw std::runtime_error("byte " + std::to_string(position) + ": " + why);
+  }
+
+private:
+  Json* put(Json value) {
+    if (open_.empty()) {
+      root_ = std::move(value);
+      return &root_;
+    }
+    Json& within = *open_.back();
+    if (!within.is_array()) return &(within[key_] = std::move(value));
+    within.push_back(std::move(value));
+    return &within.back();
+  }
+  bool add(Json value) {
+    put(std::move(value));
+    return true;
+  }
+  bool open(Json value) {
+    open_.push_back(put(std::move(value)));
+    return true;
+  }
+  bool close() {
+    open_.pop_back();
+    return true;
+  }
+
+  Json& root_;
+  std::vector<Json*> open_;
+  std::string key_;
+};
+
 /// Bytes of a text, or of {"base64": "..."}.
 std::string bytesOf(const Json& value) {
   if (value.is_string()) return value.get<std::string>();
@@ -292,7 +363,7 @@ std::string bytesOf(const Json& value) {
       value["base64"].is_string()) {
     return bytesOfBase64(value["base64"].get<std::string>());
   }
-  if (value.is_number() || value.is_boolean()) return value.dump();
+  if (value.is_boolean()) return value.dump();
   // Not the value itself, which may be long, and deeper than the stack.
   throw std::runtime_error(std::string("a text was expected; this is of the kind ") +
                            value.type_name());
@@ -325,7 +396,7 @@ public:
     } while (record.source.find_first_not_of(" \t\r") == std::string::npos);
     record.line = lines_.number();
     try {
-      const Json json = Json::parse(record.source);
+      const Json json = TextsOfJson::parse(record.source);
       if (!json.is_object() || !json.contains("id") || !json.contains("record")) {
         throw std::runtime_error("{\"id\": ..., \"record\": [...]} was expected");
       }

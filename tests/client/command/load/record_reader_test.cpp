@@ -115,6 +115,23 @@ TEST(JsonReader, ReadsAttributesValuesAndSubvalues) {
             (Strings{"a=x^1]2\\3^^^", "7=plain"}));
 }
 
+TEST(JsonReader, KeepsEveryDigitOfANumber) {
+  EXPECT_EQ(readAll(R"({"id": 12345678901234567890123, "record": [1.10, 1e2, -0, 0, -7, [0.1E-5]]})"
+                    "\n"
+                    R"({"id": 18446744073709551615, "record": -9223372036854775809})"
+                    "\n"
+                    R"({"id": 1.0, "record": [true, false]})"
+                    "\n",
+                    makeJson),
+            (Strings{"12345678901234567890123=1.10^1e2^-0^0^-7^0.1E-5",
+                     "18446744073709551615=-9223372036854775809", "1.0=true^false"}));
+}
+
+TEST(JsonReader, SaysWhichNumberNoMachineCanHold) {
+  EXPECT_EQ(readAll("{\"id\": \"a\", \"record\": [1e999]}\n", makeJson),
+            (Strings{"!1: byte 28: number overflow parsing '1e999'"}));
+}
+
 TEST(JsonReader, SaysWhatIsWrongWithALine) {
   const Strings seen = readAll(
       "{\n"
@@ -123,7 +140,9 @@ TEST(JsonReader, SaysWhatIsWrongWithALine) {
       "{\"id\": \"b\", \"record\": []}\n",
       makeJson);
   ASSERT_EQ(seen.size(), 4u);
-  EXPECT_EQ(seen[0].compare(0, 4, "!1: "), 0);
+  EXPECT_EQ(seen[0].compare(0, 12, "!1: byte 2: "), 0) << seen[0];
+  EXPECT_EQ(seen[0].find("json"), std::string::npos) << seen[0];
+  EXPECT_EQ(seen[0].find("line"), std::string::npos) << seen[0];
   EXPECT_EQ(seen[1], "!2: {\"id\": ..., \"record\": [...]} was expected");
   EXPECT_EQ(seen[2], "!3: arrays nest three deep at most");
   EXPECT_EQ(seen[3], "b=");
