@@ -8,11 +8,11 @@ namespace nox::command {
 
 namespace {
 
-constexpr std::size_t kMostAttributes = 10'000;  // of a dictionary that is sane
-
 /// The attribute that a dictionary record describes; nothing for other kinds of records.
 std::optional<std::size_t> attributeOf(const client::Record& record) {
-  if (record.value(1) != "D") return std::nullopt;
+  // A description may follow the letter.
+  const std::string_view kind = record.value(1);
+  if (kind.substr(0, kind.find(' ')) != "D") return std::nullopt;
   const std::string_view text = record.value(2);
   std::size_t number = 0;
   const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), number);
@@ -24,9 +24,11 @@ std::optional<std::size_t> attributeOf(const client::Record& record) {
 
 }  // namespace
 
+bool isDictionary(const std::string& file) { return file.compare(0, 5, "DICT ") == 0; }
+
 std::vector<DictionaryItem> dictionaryOf(client::Connection& connection, const std::string& file) {
   std::vector<DictionaryItem> items;
-  if (file.compare(0, 5, "DICT ") == 0) return items;
+  if (isDictionary(file)) return items;
   client::File dictionary = connection.file("DICT " + file);
   client::SelectList list = dictionary.select().withRecords();
   for (const client::SelectList::Entry& entry : list) {

@@ -16,6 +16,12 @@ struct DictionaryItem {
   std::size_t attribute = 0;  // 0: the id
 };
 
+/// The server takes no item with a higher number.
+constexpr std::size_t kMostAttributes = 65'535;
+
+/// Whether `file` is the dictionary of one: "DICT NAME".
+bool isDictionary(const std::string& file);
+
 /// The D items of a file, by attribute and name. Empty for a dictionary, which has none of its own.
 std::vector<DictionaryItem> dictionaryOf(client::Connection& connection, const std::string& file);
 

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <charconv>
+#include <map>
 #include <nlohmann/json.hpp>
 #include <optional>
 #include <utility>
@@ -60,7 +61,7 @@ using Json = nlohmann::json;
 /// Where a column's value goes.
 struct Target {
   bool isId = false;
-  std::size_t attribute = 0;
+  std::size_t attribute = 0;  // 0: nowhere, for another column has the id
 };
 
 /// Makes records of rows of texts, by the names in their heading.
@@ -68,12 +69,24 @@ class Columns {
 public:
   Columns(const std::vector<std::string>& heading, const ColumnMapping& mapping) {
     bool hasId = false;
+    std::map<std::size_t, std::string> nameOf;
     for (const std::string& name : heading) {
-      const bool isId =
+      const std::optional<std::size_t> item = itemOf(name, mapping);
+      bool isId =
           mapping.idColumn.empty() ? name == "ID" || name == "@ID" : name == mapping.idColumn;
-      if (isId && hasId) throw Refused("two columns are the id");
+      if (isId && hasId) {
+        if (!item) throw Refused("two columns are the id");
+        isId = false;
+      }
       hasId = hasId || isId;
-      targets_.push_back({isId, isId ? 0 : attributeOf(name, mapping)});
+      const std::size_t attribute = isId ? 0 : item ? *item : numberIn(name);
+      targets_.push_back({isId, attribute});
+      if (attribute == 0) continue;
+      const auto [other, isNew] = nameOf.emplace(attribute, name);
+      if (!isNew) {
+        throw Refused("the columns \"" + other->second + "\" and \"" + name +
+                      "\" are both attribute " + std::to_string(attribute));
+      }
     }
     if (!hasId) {
       throw Refused(mapping.idColumn.empty() ? "no column is called ID; name it with --id"
@@ -94,7 +107,7 @@ public:
       if (!values[i]) continue;
       if (targets_[i].isId) {
         record.id = *values[i];
-      } else if (!values[i]->empty()) {
+      } else if (targets_[i].attribute > 0 && !values[i]->empty()) {
         record.record.set(client::Position(targets_[i].attribute),
                           Record::parse(*values[i]).bytes());
       }
@@ -103,13 +116,16 @@ public:
   }
 
 private:
-  static std::size_t attributeOf(const std::string& name, const ColumnMapping& mapping) {
+  static std::optional<std::size_t> itemOf(const std::string& name, const ColumnMapping& mapping) {
     for (const DictionaryItem& item : mapping.items) {
-      if (item.name == name && item.attribute > 0) return item.attribute;
+      if (item.name == name) return item.attribute;
     }
+    return std::nullopt;
+  }
+
+  static std::size_t numberIn(const std::string& name) {
     std::size_t number = 0;
     const auto [end, error] = std::from_chars(name.data(), name.data() + name.size(), number);
-    constexpr std::size_t kMostAttributes = 10'000;
     if (error == std::errc() && end == name.data() + name.size() && number >= 1 &&
         number <= kMostAttributes) {
       return number;

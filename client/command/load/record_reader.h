@@ -80,7 +80,8 @@ struct ColumnMapping {
 };
 
 // Both borrow `lines`. The readers of columns read the heading at once, and throw Refused where a
-// column is neither an item nor the number of an attribute, or none is the id.
+// column is neither an item nor the number of an attribute, two are the same one, or none is the
+// id. A second column with the id, which items of attribute 0 are, goes nowhere.
 std::unique_ptr<RecordReader> makeCsvReader(LineReader& lines, const ColumnMapping& mapping);
 std::unique_ptr<RecordReader> makeTsvReader(LineReader& lines, const ColumnMapping& mapping);
 std::unique_ptr<RecordReader> makeJsonReader(LineReader& lines);

@@ -79,6 +79,31 @@ TEST(CsvReader, TakesAnyColumnForTheId) {
   EXPECT_EQ(readAll("\xEF\xBB\xBF@ID,NAME\n7,x\n", makeCsvReader), (Strings{"7=x"}));
 }
 
+TEST(CsvReader, LeavesFurtherColumnsWithTheIdOut) {
+  const ColumnMapping mapping = {"", {{"@ID", 0}, {"KEY", 0}, {"NAME", 1}, {"ID", 2}}};
+  EXPECT_EQ(readAll("KEY,ID,@ID,NAME\n8,7,9,x\n", makeCsvReader, mapping), (Strings{"7=x"}));
+  EXPECT_EQ(readAll("@ID,ID\n7,x\n", makeCsvReader, mapping), (Strings{"7=^x"}));
+}
+
+TEST(CsvReader, RefusesTwoColumnsForOneAttribute) {
+  const auto whyNot = [](const std::string& heading) -> std::string {
+    try {
+      readAll(heading + "\n", makeCsvReader);
+    } catch (const Refused& refused) {
+      return refused.what();
+    }
+    return "taken";
+  };
+  EXPECT_EQ(whyNot("ID,NAME,1"), R"(the columns "NAME" and "1" are both attribute 1)");
+  EXPECT_EQ(whyNot("ID,NAME,NAME"), R"(the columns "NAME" and "NAME" are both attribute 1)");
+  EXPECT_EQ(whyNot("ID,NAME,2"), "taken");
+}
+
+TEST(CsvReader, TakesEveryNumberThatADictionaryMayHave) {
+  EXPECT_EQ(readAll("ID,65535\n1,\n", makeCsvReader), (Strings{"1="}));
+  EXPECT_THROW(readAll("ID,65536\n1,\n", makeCsvReader), Refused);
+}
+
 TEST(CsvReader, RefusesHeadingsItCannotPlace) {
   EXPECT_THROW(readAll("NAME\nx\n", makeCsvReader), Refused);
   EXPECT_THROW(readAll("ID,NONSENSE\n1,x\n", makeCsvReader), Refused);
