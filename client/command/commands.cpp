@@ -226,8 +226,9 @@ const std::vector<CommandSpec>& commands() {
       {"export",
        "print every record of a file",
        "Prints all records, page by page, as JSON lines that load reads unless another format is "
-       "chosen. In csv, tsv and the other formats the columns are the ids and the D items of the "
-       "dictionary, or those that --items names.",
+       "chosen. In csv, tsv and the other formats the columns are the ids and the attributes that "
+       "have D items in the dictionary, of DICT FILE the attributes 1 to 6; how many records hold "
+       "more than that is said at the end. --items chooses columns among the D items.",
        {kFile, {"CLAUSE", "a clause that selects records: WITH PRICE > 100", false, true}},
        {{"--items", "", "NAMES", "the columns, divided by commas", {}},
         {"--page-size", "", "N", "records per page", {}}},

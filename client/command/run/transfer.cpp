@@ -13,11 +13,28 @@ namespace nox::command {
 
 namespace {
 
-/// The columns of an export: those that were named, or all D items.
-std::vector<DictionaryItem> itemsOf(client::Connection& connection, const std::string& file,
-                                    const std::string& named) {
-  std::vector<DictionaryItem> items = dictionaryOf(connection, file);
-  if (named.empty()) return items;
+/// The columns of an export of everything: each attribute that has a D item once, so that load
+/// takes them; the id has a column of its own. A dictionary's items have attributes, and no items.
+std::vector<DictionaryItem> allItemsOf(client::Connection& connection, const std::string& file) {
+  std::vector<DictionaryItem> items;
+  if (isDictionary(file)) {
+    constexpr std::size_t kAttributesOfAnItem = 6;
+    for (std::size_t number = 1; number <= kAttributesOfAnItem; ++number) {
+      items.push_back({std::to_string(number), number});
+    }
+    return items;
+  }
+  for (DictionaryItem& item : dictionaryOf(connection, file)) {
+    const std::size_t last = items.empty() ? 0 : items.back().attribute;
+    if (item.attribute > last) items.push_back(std::move(item));
+  }
+  return items;
+}
+
+/// The columns that were named.
+std::vector<DictionaryItem> namedItemsOf(client::Connection& connection, const std::string& file,
+                                         const std::string& named) {
+  const std::vector<DictionaryItem> items = dictionaryOf(connection, file);
   std::vector<DictionaryItem> chosen;
   std::size_t begin = 0;
   while (begin <= named.size()) {
@@ -37,6 +54,16 @@ std::vector<DictionaryItem> itemsOf(client::Connection& connection, const std::s
     }
   }
   return chosen;
+}
+
+/// Whether an attribute is there that is none of the columns.
+bool holdsMore(const client::Record& record, const std::vector<bool>& shown) {
+  std::size_t number = 0;
+  for (const client::FieldView attribute : record) {
+    ++number;
+    if (!attribute.empty() && (number >= shown.size() || !shown[number])) return true;
+  }
+  return false;
 }
 
 }  // namespace
@@ -71,10 +98,16 @@ int runExport(Context& context, const Arguments& arguments) {
   if (lines && arguments.has("--items")) {
     throw UsageError("--items needs a format with columns, as csv");
   }
+  const std::string named = arguments.get("--items");
   std::vector<DictionaryItem> items;
+  std::vector<bool> shown;  // by attribute
   std::unique_ptr<RowWriter> rows;
   if (!lines) {
-    items = itemsOf(connection, name, arguments.get("--items"));
+    items = named.empty() ? allItemsOf(connection, name) : namedItemsOf(connection, name, named);
+    for (const DictionaryItem& item : items) {
+      if (item.attribute >= shown.size()) shown.resize(item.attribute + 1);
+      shown[item.attribute] = true;
+    }
     std::vector<OutputColumn> columns = {{"ID"}};
     for (const DictionaryItem& item : items) columns.push_back({item.name});
     rows = context.rows(*format, std::move(columns));
@@ -90,8 +123,9 @@ int runExport(Context& context, const Arguments& arguments) {
   if (arguments.has("--page-size")) {
     list.pageSize(numberOf(arguments.get("--page-size"), "--page-size", 10'000));
   }
-  const auto progress = context.progress("records", std::nullopt);
+  auto progress = context.progress("records", std::nullopt);
   std::uint64_t done = 0;
+  std::uint64_t withMore = 0;
   std::string line;
   std::vector<std::string> texts(items.size());
   std::vector<OutputValue> values;
@@ -116,12 +150,18 @@ int runExport(Context& context, const Arguments& arguments) {
           values.emplace_back(texts[i]);
         }
         rows->row(values);
+        if (named.empty() && holdsMore(entry.record(), shown)) ++withMore;
       }
       progress->show(++done);
     }
   }
   if (rows) rows->end();
   context.out().flush();
+  progress.reset();
+  if (withMore > 0) {
+    context.say(std::to_string(withMore) + (withMore == 1 ? " record holds" : " records hold") +
+                " attributes that no column shows; with -f jsonl none is lost");
+  }
   return kDone;
 }
 

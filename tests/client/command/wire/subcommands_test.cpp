@@ -240,6 +240,66 @@ TEST_F(NoxSubcommands, ExportGivesWhatLoadTakes) {
   done({"run", "DELETE-FILE COPY (Y"});
 }
 
+TEST_F(NoxSubcommands, ExportSaysHowManyRecordsHoldMoreThanItsColumns) {
+  done({"create-file", "WIDE"});
+  done({"write", "WIDE", "1", "a^b^c"});
+  done({"write", "WIDE", "2", "a^^"});
+  done({"write", "WIDE", "3", "^b"});
+  const Outcome bare = nox({"export", "WIDE", "-f", "csv"});
+  EXPECT_EQ(bare.status, 0);
+  EXPECT_EQ(bare.out, "ID\n1\n2\n3\n");
+  EXPECT_EQ(bare.err,
+            "nox: 3 records hold attributes that no column shows; with -f jsonl none is lost\n");
+  done({"write", "DICT WIDE", "NAME", "D^1^^^10L^S"});
+  done({"write", "DICT WIDE", "THIRD", "D^3^^^10L^S"});
+  const Outcome some = nox({"export", "WIDE", "-f", "csv"});
+  EXPECT_EQ(some.out, "ID,NAME,THIRD\n1,a,c\n2,a,\"\"\n3,\"\",\"\"\n");
+  EXPECT_THAT(some.err, StartsWith("nox: 2 records hold attributes"));
+  EXPECT_THAT(nox({"export", "WIDE", "-f", "csv", "WITH", "@ID", "=", "\"1\""}).err,
+              StartsWith("nox: 1 record holds attributes"));
+  for (const Words& words :
+       {Words{"export", "WIDE", "-f", "csv", "--items", "NAME"}, Words{"export", "WIDE"}}) {
+    EXPECT_EQ(nox(words).err, "");
+  }
+  done({"run", "DELETE-FILE WIDE (Y"});
+}
+
+TEST_F(NoxSubcommands, ExportOfADictionaryHasNumberedColumns) {
+  const Outcome csv = nox({"export", "DICT ORDERS", "-f", "csv"});
+  EXPECT_EQ(csv.out,
+            "ID,1,2,3,4,5,6\n"
+            "LINES,D,3,\"\",LINES,10L,M\n"
+            "NAME,D,1,\"\",NAME,10L,S\n"
+            "TOTAL,D,2,MD2,TOTAL,8R,S\n");
+  EXPECT_EQ(csv.err, "");
+  done({"create-file", "NUMBERED"});
+  done({"load", "DICT NUMBERED", "--from-format", "csv"}, csv.out);
+  EXPECT_EQ(done({"export", "DICT NUMBERED"}), done({"export", "DICT ORDERS"}));
+  done({"run", "DELETE-FILE NUMBERED (Y"});
+}
+
+TEST_F(NoxSubcommands, ItemsOfAllKindsLeadThroughExportAndLoad) {
+  done({"create-file", "KINDS"});
+  done({"write", "DICT KINDS", "@ID", "D^0^^^10L^S"});
+  done({"write", "DICT KINDS", "KEY", "D^0^^^10L^S"});
+  done({"write", "DICT KINDS", "NAME", "D what it is called^1^^^10L^S"});
+  done({"write", "DICT KINDS", "TITLE", "D^1^^^10L^S"});
+  done({"write", "DICT KINDS", "DATE", "Dull^2^^^10L^S"});
+  done({"write", "KINDS", "7", "x"});
+  EXPECT_THAT(done({"read", "--tree", "KINDS", "7"}), HasSubstr("1 NAME  x"));
+  const std::string csv = done({"export", "KINDS", "-f", "csv"});
+  EXPECT_EQ(csv, "ID,NAME\n7,x\n");
+  const std::string named = done({"export", "KINDS", "-f", "csv", "--items", "@ID,KEY,NAME"});
+  EXPECT_EQ(named, "ID,@ID,KEY,NAME\n7,7,7,x\n");
+  for (const std::string& text : {csv, named}) {
+    done({"run", "CLEAR-FILE KINDS (Y"});
+    done({"load", "KINDS", "--from-format", "csv"}, text);
+    EXPECT_EQ(done({"read", "--text", "KINDS", "7"}), "x\n");
+  }
+  EXPECT_EQ(done({"export", "KINDS", "-f", "csv", "--items", "TITLE"}), "ID,TITLE\n7,x\n");
+  done({"run", "DELETE-FILE KINDS (Y"});
+}
+
 TEST_F(NoxSubcommands, ExportGoesThroughAllPagesInOrder) {
   std::string lines;
   for (int i = 100; i < 350; ++i) {
