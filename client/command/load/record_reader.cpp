@@ -48,6 +48,11 @@ bool LineReader::next(std::string& line) {
     rest_.remove_prefix(taken);
     if (feed != std::string_view::npos) break;
   }
+  // What spreadsheets put in front of UTF-8.
+  constexpr std::string_view kByteOrderMark = "\xEF\xBB\xBF";
+  if (number_ == 1 && line.compare(0, kByteOrderMark.size(), kByteOrderMark) == 0) {
+    line.erase(0, kByteOrderMark.size());
+  }
   // As if each had its line feed: a last line may get one later.
   if (any) digest_ = digestWith(digestWith(digest_, line), "\n");
   return any;
@@ -162,11 +167,6 @@ private:
     std::vector<std::string> names;
     names.reserve(values.size());
     for (const auto& value : values) names.push_back(value.value_or(""));
-    // What spreadsheets put in front of UTF-8.
-    constexpr std::string_view kByteOrderMark = "\xEF\xBB\xBF";
-    if (!names.empty() && names[0].compare(0, kByteOrderMark.size(), kByteOrderMark) == 0) {
-      names[0].erase(0, kByteOrderMark.size());
-    }
     return names;
   }
 

@@ -44,7 +44,7 @@ public:
   /// "" and "-" are standard input.
   explicit LineReader(const std::string& path);
 
-  /// Without its line feed; false at the end.
+  /// Without its line feed, the first without a byte order mark; false at the end.
   bool next(std::string& line);
   std::uint64_t number() const { return number_; }
   std::uint64_t bytes() const { return bytes_; }

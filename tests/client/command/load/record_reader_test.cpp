@@ -122,6 +122,14 @@ TEST(TsvReader, RefusesARowWithoutAnId) {
             (Strings{"A=first", "!3: the id is empty", "!4: the id is empty"}));
 }
 
+TEST(RecordReaders, TakeAByteOrderMarkInFrontOfTheFirstLineAlone) {
+  const std::string mark = "\xEF\xBB\xBF";
+  EXPECT_EQ(readAll(mark + "ID,NAME\n" + mark + "7,x\n", makeCsvReader), (Strings{mark + "7=x"}));
+  EXPECT_EQ(readAll(mark + "\"ID\",NAME\n7,x\n", makeCsvReader), (Strings{"7=x"}));
+  EXPECT_EQ(readAll(mark + "ID\tNAME\n7\tx\n", makeTsvReader), (Strings{"7=x"}));
+  EXPECT_EQ(readAll(mark + "{\"id\": \"7\", \"record\": \"x\"}\n", makeJson), (Strings{"7=x"}));
+}
+
 TEST(TsvReader, ReadsEscapesAndNull) {
   EXPECT_EQ(readAll("ID\tNAME\tPHONES\n1\ta\\tb\\nc~5Cd\t\\N\n", makeTsvReader),
             (Strings{"1=a~09b~0Ac~5Cd"}));
