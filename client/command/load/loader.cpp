@@ -159,32 +159,15 @@ public:
     const std::unique_ptr<RecordReader> reader = makeReader();
     // Only now: the rejects of another load are not given up for one that cannot begin.
     rejects_.open(checkpoint_.done() > 0);
-    const std::uint64_t size = lines_.size();
-    const auto progress =
-        context_.progress("records", size > 0 ? std::optional(size) : std::nullopt);
-    InputRecord record;
-    while (read(*reader, record)) {
-      context_.checkInterrupt();
-      if (seen_ <= checkpoint_.done()) {
-        ++result_.skipped;
-        continue;
-      }
-      try {
-        batch_.write(options_.file, record.id, record.record);
-        pending_.push_back({record.line, std::move(record.source)});
-      } catch (const client::Error& error) {
-        if (error.outcome() != client::Outcome::NotSent) throw;
-        rejects_.add(record.line, error.message(), record.source);
-      }
-      if (pending_.size() == options_.batch || batch_.bytes() >= kMostBytes) {
-        flush();
-        progress->show(lines_.bytes(), result_.loaded);
-      }
+    try {
+      writeAll(*reader);
+    } catch (...) {
+      // Why it ended follows, from whoever catches it.
+      say();
+      throw;
     }
-    checkpoint_.expectNoMoreThan(seen_);
-    flush();
     checkpoint_.remove();
-    result_.rejected = rejects_.count();
+    say();
     return result_;
   }
 
@@ -215,6 +198,41 @@ private:
     if (format_ == "jsonl") return makeJsonReader(lines_);
     const ColumnMapping mapping{options_.idColumn, dictionaryOf(connection_, options_.file)};
     return format_ == "csv" ? makeCsvReader(lines_, mapping) : makeTsvReader(lines_, mapping);
+  }
+
+  void writeAll(RecordReader& reader) {
+    const std::uint64_t size = lines_.size();
+    const auto progress =
+        context_.progress("records", size > 0 ? std::optional(size) : std::nullopt);
+    InputRecord record;
+    while (read(reader, record)) {
+      context_.checkInterrupt();
+      if (seen_ <= checkpoint_.done()) {
+        ++result_.skipped;
+        continue;
+      }
+      try {
+        batch_.write(options_.file, record.id, record.record);
+        pending_.push_back({record.line, std::move(record.source)});
+      } catch (const client::Error& error) {
+        if (error.outcome() != client::Outcome::NotSent) throw;
+        rejects_.add(record.line, error.message(), record.source);
+      }
+      if (pending_.size() == options_.batch || batch_.bytes() >= kMostBytes) {
+        flush();
+        progress->show(lines_.bytes(), result_.loaded);
+      }
+    }
+    checkpoint_.expectNoMoreThan(seen_);
+    flush();
+  }
+
+  void say() {
+    result_.rejected = rejects_.count();
+    std::string text = std::to_string(result_.loaded) + " loaded";
+    if (result_.skipped > 0) text += ", " + std::to_string(result_.skipped) + " were done before";
+    if (result_.rejected > 0) text += ", " + std::to_string(result_.rejected) + " rejected";
+    context_.say(text);
   }
 
   /// The next record that can be read.

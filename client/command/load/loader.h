@@ -26,7 +26,8 @@ struct LoadResult {
 };
 
 /// Throws UsageError, Refused, Interrupted and client::Error; what the batches before have written
-/// stays.
+/// stays. Once it has begun it says on standard error how many were loaded, whether it throws or
+/// not.
 LoadResult load(Context& context, const LoadOptions& options);
 
 }  // namespace nox::command

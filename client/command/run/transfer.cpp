@@ -82,12 +82,7 @@ int runLoad(Context& context, const Arguments& arguments) {
     throw UsageError("--reject and --resume name the same file");
   }
   if (context.transaction()) throw UsageError("load has transactions of its own; end yours first");
-  const LoadResult result = load(context, options);
-  std::string text = std::to_string(result.loaded) + " loaded";
-  if (result.skipped > 0) text += ", " + std::to_string(result.skipped) + " were done before";
-  if (result.rejected > 0) text += ", " + std::to_string(result.rejected) + " rejected";
-  context.say(text);
-  return result.rejected == 0 ? kDone : kRefused;
+  return load(context, options).rejected == 0 ? kDone : kRefused;
 }
 
 int runExport(Context& context, const Arguments& arguments) {
