@@ -223,12 +223,12 @@ std::unique_ptr<RowWriter> Context::rows(Format format, std::vector<OutputColumn
 }
 
 std::unique_ptr<Progress> Context::progress(const std::string& what,
-                                            std::optional<std::uint64_t> total) {
+                                            std::optional<std::uint64_t> total, bool printsData) {
   const std::string how = common_.get("--progress", "auto");
   Progress::Style style = Progress::Style::None;
   if (how == "plain") style = Progress::Style::Lines;
   // Not beside data on the same terminal.
-  if (how == "auto" && isatty(STDERR_FILENO) == 1 && !output_->isTerminal()) {
+  if (how == "auto" && isatty(STDERR_FILENO) == 1 && !(printsData && output_->isTerminal())) {
     style = Progress::Style::Bar;
   }
   return std::make_unique<Progress>(style, what, total);

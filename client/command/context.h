@@ -74,7 +74,9 @@ public:
   std::unique_ptr<RowWriter> rows(std::vector<client::Column> columns);
   std::unique_ptr<RowWriter> rows(std::vector<OutputColumn> columns);
   std::unique_ptr<RowWriter> rows(Format format, std::vector<OutputColumn> columns);
-  std::unique_ptr<Progress> progress(const std::string& what, std::optional<std::uint64_t> total);
+  /// `printsData`: whether data is printed meanwhile, beside which no bar can stand.
+  std::unique_ptr<Progress> progress(const std::string& what, std::optional<std::uint64_t> total,
+                                     bool printsData = true);
 
   /// Throws Interrupted once the user has pressed Ctrl-C.
   void checkInterrupt() const;

@@ -203,7 +203,7 @@ private:
   void writeAll(RecordReader& reader) {
     const std::uint64_t size = lines_.size();
     const auto progress =
-        context_.progress("records", size > 0 ? std::optional(size) : std::nullopt);
+        context_.progress("records", size > 0 ? std::optional(size) : std::nullopt, false);
     InputRecord record;
     while (read(reader, record)) {
       context_.checkInterrupt();

@@ -1,6 +1,15 @@
 // Loading: batches, rejects, and going on after a load was broken off.
+#include <fcntl.h>
 #include <gmock/gmock.h>
+#include <poll.h>
+#include <sys/stat.h>
 #include <unistd.h>
+
+#include <atomic>
+#include <cerrno>
+#include <stdexcept>
+#include <string_view>
+#include <thread>
 
 #include "tests/client/command/wire/nox_program.h"
 
@@ -167,6 +176,55 @@ TEST_F(NoxLoad, RefusesAStateThatIsNone) {
               1)
         << text;
   }
+}
+
+/// A pipe with a name, in which records come without end until `stop`.
+class EndlessInput {
+public:
+  explicit EndlessInput(std::string path) : path_(std::move(path)) {
+    if (mkfifo(path_.c_str(), S_IRUSR | S_IWUSR) != 0) throw std::runtime_error("no pipe");
+    // For both directions, so that it needs nobody at the other end, now and later.
+    pipe_ = open(path_.c_str(), O_RDWR | O_NONBLOCK | O_CLOEXEC);
+    if (pipe_ < 0) throw std::runtime_error("no pipe");
+    writer_ = std::thread([this] { run(); });
+  }
+  EndlessInput(const EndlessInput&) = delete;
+  EndlessInput& operator=(const EndlessInput&) = delete;
+  ~EndlessInput() { stop(); }
+
+  void stop() {
+    stopped_ = true;
+    if (writer_.joinable()) writer_.join();
+    if (pipe_ >= 0) close(pipe_);
+    pipe_ = -1;
+  }
+
+private:
+  void run() {
+    static constexpr std::string_view kRecord = "{\"id\": \"1\", \"record\": [\"x\"]}\n";
+    while (!stopped_) {
+      pollfd waited{pipe_, POLLOUT, 0};
+      if (poll(&waited, 1, 50) <= 0) continue;
+      // So short a piece goes into the pipe as a whole, or not at all.
+      const ssize_t n = ::write(pipe_, kRecord.data(), kRecord.size());
+      if (n < 0 && errno != EAGAIN) return;
+    }
+  }
+
+  const std::string path_;
+  int pipe_ = -1;
+  std::atomic<bool> stopped_{false};
+  std::thread writer_;
+};
+
+TEST_F(NoxLoad, ShowsABarOnATerminal) {
+  EndlessInput input(file("endless"));
+  Terminal terminal({"load", "L", file("endless"), "--from-format", "jsonl", "--batch", "1"},
+                    environment());
+  terminal.waitFor("\rrecords ");
+  input.stop();
+  terminal.waitFor(" loaded");
+  EXPECT_EQ(terminal.wait(), 0) << terminal.shown();
 }
 
 TEST_F(NoxLoad, CreatesTheFileWhereItIsAskedTo) {
