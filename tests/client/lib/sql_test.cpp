@@ -4,6 +4,7 @@
 
 #include <functional>
 #include <stdexcept>
+#include <type_traits>
 
 #include "nox/client/statement.h"
 #include "tests/client/lib/recorder.h"
@@ -22,6 +23,10 @@ using noxp::sql::SQLUpdateResponseProt;
 using testing::ElementsAre;
 
 constexpr int kId = 3;
+
+// A copy of a row would outlive the batch that its cells lie in.
+static_assert(!std::is_copy_constructible_v<Row> && !std::is_copy_assignable_v<Row>);
+static_assert(!std::is_move_constructible_v<Row> && !std::is_move_assignable_v<Row>);
 
 class Sql : public test::RecordedSession {
 protected:

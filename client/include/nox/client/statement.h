@@ -60,9 +60,12 @@ private:
   std::optional<std::string_view> value_;
 };
 
-/// The row on which its Rows stands; valid until they move on.
+/// The row on which its Rows stands; valid until they move on, and not copied for that reason.
 class NOX_CLIENT_EXPORT Row {
 public:
+  Row(const Row&) = delete;
+  Row& operator=(const Row&) = delete;
+
   std::size_t size() const { return cells_.size(); }
   /// Counted from 0. Throws std::out_of_range.
   Cell operator[](std::size_t i) const { return Cell(cells_.at(i)); }
@@ -73,6 +76,8 @@ public:
 
 private:
   friend class detail::RowSource;
+  Row() = default;
+
   std::vector<std::optional<std::string_view>> cells_;
   detail::RowSource* source_ = nullptr;
 };
