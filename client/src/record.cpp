@@ -217,7 +217,7 @@ std::size_t Record::checked(std::size_t n) {
   return n;
 }
 
-FieldView Record::get(Position at) const {
+FieldView Record::get(Position at) const& {
   FieldView field = view()[at.attribute];
   if (at.value == 0 && at.subvalue == 0) return field;
   field = field[at.value];

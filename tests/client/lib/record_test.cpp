@@ -5,6 +5,7 @@
 #include <random>
 #include <stdexcept>
 #include <string>
+#include <type_traits>
 #include <utility>
 #include <vector>
 
@@ -22,11 +23,47 @@ std::string shown(const Record& record) { return record.toString(); }
 
 Record of(const char* readable) { return Record::parse(readable); }
 
-std::vector<std::string> parts(FieldView field) {
+template <class Whole>
+std::vector<std::string> parts(const Whole& whole) {
   std::vector<std::string> all;
-  for (const FieldView& part : field) all.push_back(part.str());
+  for (const FieldView& part : whole) all.push_back(part.str());
   return all;
 }
+
+// --- what does not compile -----------------------------------------------------------------------
+
+// Views of a temporary would dangle.
+template <class R, class = void>
+constexpr bool kHasBrackets = false;
+template <class R>
+constexpr bool kHasBrackets<R, std::void_t<decltype(std::declval<R>()[1])>> = true;
+template <class R, class = void>
+constexpr bool kHasValue = false;
+template <class R>
+constexpr bool kHasValue<R, std::void_t<decltype(std::declval<R>().value(1))>> = true;
+template <class R, class = void>
+constexpr bool kHasGet = false;
+template <class R>
+constexpr bool kHasGet<R, std::void_t<decltype(std::declval<R>().get(Position(1)))>> = true;
+template <class R, class = void>
+constexpr bool kHasView = false;
+template <class R>
+constexpr bool kHasView<R, std::void_t<decltype(std::declval<R>().view())>> = true;
+template <class R, class = void>
+constexpr bool kHasBegin = false;
+template <class R>
+constexpr bool kHasBegin<R, std::void_t<decltype(std::declval<R>().begin())>> = true;
+
+static_assert(kHasBrackets<Record&> && kHasBrackets<const Record&>);
+static_assert(kHasValue<Record&> && kHasValue<const Record&>);
+static_assert(kHasGet<Record&> && kHasGet<const Record&>);
+static_assert(kHasView<Record&> && kHasView<const Record&>);
+static_assert(kHasBegin<Record&> && kHasBegin<const Record&>);
+static_assert(!kHasBrackets<Record> && !kHasBrackets<const Record>);
+static_assert(!kHasValue<Record> && !kHasValue<const Record>);
+static_assert(!kHasGet<Record> && !kHasGet<const Record>);
+static_assert(!kHasView<Record> && !kHasView<const Record>);
+static_assert(!kHasBegin<Record> && !kHasBegin<const Record>);
 
 // --- reading -------------------------------------------------------------------------------------
 
@@ -87,9 +124,9 @@ TEST(Record, HasEmptyFieldsWhereNoneAre) {
 }
 
 TEST(Record, IsARangeOfAttributes) {
-  EXPECT_THAT(parts(Record({"a", "", "c"}).view()), ElementsAre("a", "", "c"));
-  EXPECT_THAT(parts(of("a^").view()), ElementsAre("a", ""));
-  EXPECT_THAT(parts(Record().view()), IsEmpty());
+  EXPECT_THAT(parts(Record{"a", "", "c"}), ElementsAre("a", "", "c"));
+  EXPECT_THAT(parts(of("a^")), ElementsAre("a", ""));
+  EXPECT_THAT(parts(Record()), IsEmpty());
 }
 
 TEST(Record, HasRangesOfValuesAndSubvalues) {

@@ -167,6 +167,8 @@ private:
 
 /// Any bytes; the marks among them divide the fields. Moving is as cheap as moving a std::string.
 /// A plain value: threads may use different ones freely.
+///
+/// Fields are views of their record, so that a temporary record gives none: keep it in a variable.
 class NOX_CLIENT_EXPORT Record {
 public:
   Record() = default;
@@ -180,19 +182,25 @@ public:
   // Looking.
 
   /// Attribute `n`, as a place in this record.
-  FieldReference operator[](std::size_t n) { return FieldReference(*this, checked(n)); }
-  FieldView operator[](std::size_t n) const { return view()[n]; }
+  FieldReference operator[](std::size_t n) & { return FieldReference(*this, checked(n)); }
+  FieldView operator[](std::size_t n) const& { return view()[n]; }
+  FieldView operator[](std::size_t n) const&& = delete;
   /// The field, empty where there is none: record.value(3), record.value(3, 2, 1).
-  FieldView value(std::size_t attribute, std::size_t value = 0, std::size_t subvalue = 0) const {
+  FieldView value(std::size_t attribute, std::size_t value = 0, std::size_t subvalue = 0) const& {
     return get({attribute, value, subvalue});
   }
-  FieldView get(Position at) const;
-  FieldView view() const { return {bytes_, FieldView::Level::Record}; }
+  FieldView value(std::size_t attribute, std::size_t value = 0,
+                  std::size_t subvalue = 0) const&& = delete;
+  FieldView get(Position at) const&;
+  FieldView get(Position at) const&& = delete;
+  FieldView view() const& { return {bytes_, FieldView::Level::Record}; }
+  FieldView view() const&& = delete;
   /// Attributes; 0 for the empty record.
   std::size_t count() const { return view().count(); }
   bool empty() const { return bytes_.empty(); }
   /// Walks the attributes.
-  FieldView::Iterator begin() const { return view().begin(); }
+  FieldView::Iterator begin() const& { return view().begin(); }
+  FieldView::Iterator begin() const&& = delete;
   FieldView::Iterator end() const { return {}; }
   const std::string& bytes() const& { return bytes_; }
   std::string bytes() && { return std::move(bytes_); }
