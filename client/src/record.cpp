@@ -1,7 +1,9 @@
 #include "nox/client/record.h"
 
 #include <algorithm>
+#include <cmath>
 #include <functional>
+#include <ostream>
 #include <stdexcept>
 
 #include "client/src/numbers.h"
@@ -48,7 +50,7 @@ struct Place {
   std::string missing;         // the marks that are needed in front of it where it is not there
 };
 
-Place find(std::string_view bytes, Position at) {
+Place placeOf(std::string_view bytes, Position at) {
   if (at.attribute == 0 || (at.value == 0 && at.subvalue != 0)) throwNoNumber();
   Place place;
   place.end = bytes.size();
@@ -119,6 +121,15 @@ bool needsEscape(std::string_view character) {
 }
 
 }  // namespace
+
+std::string FieldText::writtenReal(double number) {
+  std::string text = detail::shortestText(number);
+  if (!std::isfinite(number)) {
+    throw Error(sqlstate::kBadArgument, text + " is no number that a field can hold",
+                Outcome::NotSent);
+  }
+  return text;
+}
 
 FieldView FieldView::operator[](std::size_t n) const {
   if (n == 0) throwNoNumber();
@@ -191,13 +202,9 @@ FieldReference FieldReference::operator[](std::size_t n) const {
   return FieldReference(*record_, deeper);
 }
 
-const FieldReference& FieldReference::operator=(std::string_view text) const {
+const FieldReference& FieldReference::operator=(const FieldText& text) const {
   record_->set(at_, text);
   return *this;
-}
-
-const FieldReference& FieldReference::operator=(FieldView other) const {
-  return *this = other.view();
 }
 
 FieldReference& FieldReference::operator=(const FieldReference& other) {
@@ -205,10 +212,16 @@ FieldReference& FieldReference::operator=(const FieldReference& other) {
   return *this;
 }
 
-Record::Record(std::initializer_list<std::string_view> attributes) {
-  for (const std::string_view& attribute : attributes) {
+std::ostream& operator<<(std::ostream& out, FieldView field) { return out << field.view(); }
+
+std::ostream& operator<<(std::ostream& out, const Record& record) {
+  return out << record.toString();
+}
+
+Record::Record(std::initializer_list<FieldText> attributes) {
+  for (const FieldText& attribute : attributes) {
     if (&attribute != attributes.begin()) bytes_ += kAttributeMark;
-    bytes_ += attribute;
+    bytes_ += attribute.view();
   }
 }
 
@@ -224,8 +237,9 @@ FieldView Record::get(Position at) const& {
   return at.subvalue == 0 ? field : field[at.subvalue];
 }
 
-Record& Record::set(Position at, std::string_view text) {
-  const Place place = find(bytes_, at);
+Record& Record::set(Position at, const FieldText& given) {
+  const std::string_view text = given.view();
+  const Place place = placeOf(bytes_, at);
   const std::size_t size = place.end - place.begin;
   if (place.missing.empty()) {
     bytes_.replace(place.begin, size, text);
@@ -235,15 +249,15 @@ Record& Record::set(Position at, std::string_view text) {
   return *this;
 }
 
-Record& Record::insert(Position at, std::string_view text) {
-  const Place place = find(bytes_, at);
-  if (!place.missing.empty() || place.parentBegin == place.parentEnd) return set(at, text);
-  insertPart(bytes_, place.begin, text, place.mark, false);
+Record& Record::insert(Position at, const FieldText& given) {
+  const Place place = placeOf(bytes_, at);
+  if (!place.missing.empty() || place.parentBegin == place.parentEnd) return set(at, given);
+  insertPart(bytes_, place.begin, given.view(), place.mark, false);
   return *this;
 }
 
 Record& Record::remove(Position at) {
-  const Place place = find(bytes_, at);
+  const Place place = placeOf(bytes_, at);
   if (!place.missing.empty()) return *this;
   std::size_t begin = place.begin;
   std::size_t end = place.end;
@@ -257,7 +271,8 @@ Record& Record::remove(Position at) {
   return *this;
 }
 
-Record& Record::append(std::string_view text) {
+Record& Record::append(const FieldText& given) {
+  const std::string_view text = given.view();
   if (bytes_.empty()) {
     bytes_.assign(text);
   } else if (liesIn(text, bytes_)) {
@@ -269,15 +284,15 @@ Record& Record::append(std::string_view text) {
   return *this;
 }
 
-Record& Record::append(Position of, std::string_view text) {
+Record& Record::append(Position of, const FieldText& given) {
   if (of.subvalue != 0) throw std::out_of_range("a subvalue has no parts");
-  const Place place = find(bytes_, of);
-  if (!place.missing.empty() || place.begin == place.end) return set(of, text);
-  insertPart(bytes_, place.end, text, of.value == 0 ? kValueMark : kSubvalueMark, true);
+  const Place place = placeOf(bytes_, of);
+  if (!place.missing.empty() || place.begin == place.end) return set(of, given);
+  insertPart(bytes_, place.end, given.view(), of.value == 0 ? kValueMark : kSubvalueMark, true);
   return *this;
 }
 
-std::string Record::toString() const {
+std::string FieldView::toString() const {
   std::string shown;
   shown.reserve(bytes_.size());
   for (std::string_view rest = bytes_; !rest.empty();) {

@@ -145,7 +145,7 @@ int runRead(Context& context, const Arguments& arguments) {
         for (const client::FieldView attribute : found.record) {
           const std::string number = std::to_string(++i);
           const std::string label = i < names.size() ? names[i] : "";
-          const std::string content = Record(attribute.view()).toString();
+          const std::string content = attribute.toString();
           rows->row({id, number, label, content});
         }
         break;

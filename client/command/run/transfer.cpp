@@ -139,9 +139,8 @@ int runExport(Context& context, const Arguments& arguments) {
       } else {
         values.assign({OutputValue(entry.id())});
         for (std::size_t i = 0; i < items.size(); ++i) {
-          texts[i] = items[i].attribute == 0
-                         ? entry.id()
-                         : client::Record(entry.record()[items[i].attribute].view()).toString();
+          texts[i] =
+              items[i].attribute == 0 ? entry.id() : entry.record()[items[i].attribute].toString();
           values.emplace_back(texts[i]);
         }
         rows->row(values);

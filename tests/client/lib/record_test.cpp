@@ -2,10 +2,19 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <array>
+#include <cstdint>
+#include <iomanip>
+#include <limits>
+#include <list>
+#include <map>
 #include <random>
+#include <sstream>
 #include <stdexcept>
 #include <string>
+#include <string_view>
 #include <type_traits>
+#include <unordered_map>
 #include <utility>
 #include <vector>
 
@@ -64,6 +73,47 @@ static_assert(!kHasValue<Record> && !kHasValue<const Record>);
 static_assert(!kHasGet<Record> && !kHasGet<const Record>);
 static_assert(!kHasView<Record> && !kHasView<const Record>);
 static_assert(!kHasBegin<Record> && !kHasBegin<const Record>);
+
+// A null pointer is no text.
+template <class T, class = void>
+constexpr bool kBracedRecordTakes = false;
+template <class T>
+constexpr bool kBracedRecordTakes<T, std::void_t<decltype(Record{"a", std::declval<T>()})>> = true;
+template <class T, class = void>
+constexpr bool kSetTakes = false;
+template <class T>
+constexpr bool
+    kSetTakes<T, std::void_t<decltype(std::declval<Record&>().set(1, std::declval<T>()))>> = true;
+template <class T, class = void>
+constexpr bool kComparesWith = false;
+template <class T>
+constexpr bool
+    kComparesWith<T, std::void_t<decltype(std::declval<FieldView>() == std::declval<T>())>> = true;
+
+static_assert(!std::is_constructible_v<Record, std::nullptr_t>);
+static_assert(!std::is_assignable_v<FieldReference, std::nullptr_t>);
+static_assert(kBracedRecordTakes<const char*> && !kBracedRecordTakes<std::nullptr_t>);
+static_assert(kSetTakes<const char*> && !kSetTakes<std::nullptr_t>);
+static_assert(kComparesWith<const char*> && !kComparesWith<std::nullptr_t>);
+
+// Nor is a character that is no byte, and text is not compared with numbers.
+static_assert(std::is_assignable_v<FieldReference, char>);
+static_assert(!std::is_assignable_v<FieldReference, wchar_t>);
+static_assert(!std::is_assignable_v<FieldReference, char32_t>);
+static_assert(!kComparesWith<int>);
+
+// A view becomes a std::string only where that is asked for.
+static_assert(!std::is_convertible_v<FieldView, std::string>);
+static_assert(!std::is_convertible_v<FieldReference, std::string>);
+static_assert(std::is_constructible_v<std::string, FieldView>);
+static_assert(std::is_constructible_v<std::string, FieldReference>);
+
+// Ranges of bytes and of records are not ranges of texts.
+static_assert(std::is_constructible_v<Record, std::vector<std::string>>);
+static_assert(!std::is_convertible_v<std::vector<std::string>, Record>);
+static_assert(!std::is_constructible_v<Record, std::vector<char>>);
+static_assert(!std::is_constructible_v<Record, std::vector<Record>>);
+static_assert(!std::is_constructible_v<Record, int>);
 
 // --- reading -------------------------------------------------------------------------------------
 
@@ -152,7 +202,10 @@ TEST(Record, FindsAPart) {
   const Record record = of("x^a]b]c");
   EXPECT_EQ(record[2].find("b"), 2u);
   EXPECT_EQ(record[2].find("d"), 0u);
-  EXPECT_EQ(record.view().find("x"), 1u);
+  EXPECT_EQ(record.find("x"), 1u);
+  Record changing = record;
+  EXPECT_EQ(changing[2].find("b"), 2u);
+  EXPECT_EQ(of("a^b").find("b"), 2u);
 }
 
 TEST(Record, ReadsNumbers) {
@@ -196,6 +249,48 @@ TEST(Record, TakesNumbersInDecimal) {
   record[1] = 42;
   record[2] = -7L;
   EXPECT_EQ(shown(record), "42^-7");
+}
+
+TEST(Record, TakesOtherNumbersInTheirShortestForm) {
+  Record record;
+  record[1] = 1.5;
+  record[2] = true;
+  record[3] = std::int8_t{-1};
+  record[4] = std::numeric_limits<std::uint64_t>::max();
+  EXPECT_EQ(shown(record), "1.5^1^-1^18446744073709551615");
+}
+
+TEST(Record, TakesNoNumberThatIsNotFinite) {
+  Record record{"a"};
+  try {
+    record[1] = std::numeric_limits<double>::infinity();
+    FAIL() << "nothing was thrown";
+  } catch (const Error& error) {
+    EXPECT_EQ(error.sqlState(), sqlstate::kBadArgument);
+  }
+  EXPECT_EQ(shown(record), "a");
+}
+
+TEST(Record, TakesACharacterAsText) {
+  Record record;
+  record[1] = 'c';
+  record.append('d').insert(1, 'b').set(4, 'e');
+  EXPECT_EQ(shown(record), "b^c^d^e");
+}
+
+TEST(Record, TakesNumbersWhereverItTakesText) {
+  Record record{"a", 2, 'c', std::string("d"), std::string_view("e")};
+  EXPECT_EQ(shown(record), "a^2^c^d^e");
+  record.set(1, 1).insert(2, -5).append(6).append(1, 7).append({1, 2}, 8);
+  EXPECT_EQ(shown(record), "1]7\\8^-5^2^c^d^e^6");
+}
+
+TEST(Record, TakesFieldsWhereverItTakesText) {
+  Record from{"a", "b"};
+  const Record& constant = from;
+  Record record{from[1], constant[2]};
+  record.append(from[1]).insert(1, constant[2]).set({2, 2}, from[2]).append(3, constant[1]);
+  EXPECT_EQ(shown(record), "b^a]b^b]a^a");
 }
 
 TEST(Record, TakesOneFieldForAnother) {
@@ -282,6 +377,31 @@ TEST(Record, AppendsAttributes) {
   EXPECT_EQ(shown(record), "a^b^");
 }
 
+TEST(Record, HasNoAttributeToAppendAnEmptyOneTo) {
+  Record record;
+  record.append("").append("x");
+  EXPECT_EQ(shown(record), "x");
+  EXPECT_EQ(shown(Record{"", "x"}), "^x");
+}
+
+TEST(Record, IsMadeOfARangeOfTexts) {
+  EXPECT_EQ(shown(Record(std::vector<std::string>{"", "a", "b"})), "^a^b");
+  EXPECT_EQ(shown(Record(std::list<std::string_view>{"a", "b"})), "a^b");
+  EXPECT_EQ(shown(Record(std::array<const char*, 2>{"a", "b"})), "a^b");
+  EXPECT_EQ(shown(Record(std::vector<int>{7, -8})), "7^-8");
+  const char* const texts[] = {"a", "b"};
+  EXPECT_EQ(shown(Record(texts)), "a^b");
+  const std::vector<std::string> braced{"a", "b"};
+  EXPECT_EQ(shown(Record{braced}), "a^b");
+  EXPECT_TRUE(Record(std::vector<std::string>()).empty());
+}
+
+TEST(Record, IsMadeOfTheFieldsOfAnother) {
+  const Record record = of("a^b]c");
+  EXPECT_EQ(shown(Record(std::vector<FieldView>(record.begin(), record.end()))), "a^b]c");
+  EXPECT_EQ(shown(Record(record[2])), "b]c");
+}
+
 TEST(Record, AppendsValuesAndSubvalues) {
   Record record{"a", "b"};
   record.append(2, "c").append({2, 2}, "d").append(4, "e");
@@ -329,6 +449,43 @@ TEST(Record, ComparesBytes) {
   EXPECT_EQ(Record({"a", "b"}), Record("a\xFE"
                                        "b"));
   EXPECT_NE((Record{"a"}), (Record{"a", ""}));
+}
+
+TEST(Record, ComparesFieldsWithFieldsAndText) {
+  Record record{"a", "b", "a"};
+  const Record constant{"a"};
+  EXPECT_TRUE(record[1] == record[3]);
+  EXPECT_FALSE(record[1] == record[2]);
+  EXPECT_TRUE(record[1] != record[2]);
+  EXPECT_TRUE(record[1] == constant[1]);
+  EXPECT_TRUE(constant[1] == record[3]);
+  EXPECT_TRUE(constant[1] == constant[1]);
+  EXPECT_TRUE(constant[1] != record[2]);
+  const std::string text = "b";
+  EXPECT_TRUE(record[2] == text);
+  EXPECT_TRUE(text == record[2]);
+  EXPECT_TRUE(record[2] == "b");
+  EXPECT_TRUE("b" == record[2]);
+  EXPECT_TRUE(constant[1] != text);
+  EXPECT_TRUE(std::string_view(text) != constant[1]);
+}
+
+TEST(Record, IsOrderedByItsBytes) {
+  EXPECT_LT(Record{"a"}, (Record{"a", "b"}));
+  EXPECT_GT(Record("\xFF"), Record("z"));
+  EXPECT_LE(Record{"a"}, Record{"a"});
+  EXPECT_GE(Record{"b"}, Record{"a"});
+  const std::map<Record, int> byRecord{{{"b"}, 2}, {{"a", "x"}, 1}};
+  EXPECT_EQ(byRecord.begin()->second, 1);
+}
+
+TEST(Record, IsAKeyOfUnorderedContainers) {
+  std::unordered_map<Record, int> counts;
+  ++counts[Record{"a", "b"}];
+  ++counts[of("a^b")];
+  ++counts[Record{"a"}];
+  EXPECT_EQ(counts.size(), 2u);
+  EXPECT_EQ(counts.at(Record{"a", "b"}), 2);
 }
 
 // --- against a simple model ----------------------------------------------------------------------
@@ -443,6 +600,27 @@ TEST(Record, ShowsMarksAsPrintableCharacters) {
                    "d")
                 .toString(),
             "a^b]c\\d");
+}
+
+TEST(Record, ShowsFieldsTheSameWay) {
+  Record record = of("a^b]c\\d");
+  const Record& constant = record;
+  EXPECT_EQ(record[2].toString(), "b]c\\d");
+  EXPECT_EQ(constant[2][2].toString(), "c\\d");
+}
+
+TEST(Record, IsPrintedAsItIsShown) {
+  std::ostringstream out;
+  out << of("a^b]~5E");
+  EXPECT_EQ(out.str(), "a^b]~5E");
+}
+
+TEST(Record, HasFieldsThatArePrintedAsTheirText) {
+  Record record{"a~b", "c"};
+  const Record& constant = record;
+  std::ostringstream out;
+  out << record[1] << ' ' << constant[1] << std::setw(3) << record[2];
+  EXPECT_EQ(out.str(), "a~b a~b  c");
 }
 
 TEST(Record, ShowsTextAsItIs) { EXPECT_EQ(Record("Żółć 漢 😀").toString(), "Żółć 漢 😀"); }

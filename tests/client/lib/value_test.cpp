@@ -3,7 +3,11 @@
 
 #include <clocale>
 #include <limits>
+#include <optional>
 #include <string>
+#include <string_view>
+#include <type_traits>
+#include <vector>
 
 #include "nox/client/error.h"
 #include "nox/client/record.h"
@@ -26,6 +30,36 @@ TEST(Value, KnowsTextNumbersAndBytes) {
   EXPECT_EQ(Value(1.5).kind(), Value::Kind::Real);
   EXPECT_EQ(Value::bytes("a").kind(), Value::Kind::Bytes);
   EXPECT_EQ(Value(Record{"a", "b"}).kind(), Value::Kind::Bytes);
+}
+
+TEST(Value, TakesFieldsOfRecordsAsText) {
+  Record record{"a", "42"};
+  const Record& constant = record;
+  const std::vector<Value> values{record[1], constant[2], std::string_view("b")};
+  EXPECT_EQ(values, (std::vector<Value>{"a", "42", "b"}));
+}
+
+TEST(Value, TakesWhatIsInAnOptional) {
+  EXPECT_EQ(Value(std::optional<int>(42)), Value(42));
+  EXPECT_EQ(Value(std::optional<std::string>("a")), Value("a"));
+  EXPECT_EQ(Value(std::optional<std::string_view>("a")), Value("a"));
+  EXPECT_EQ(Value(std::optional<Record>(Record{"a"})), Value::bytes("a"));
+  EXPECT_TRUE(Value(std::optional<int>()).isNull());
+  EXPECT_TRUE(Value(std::nullopt).isNull());
+}
+
+TEST(Value, TakesACharacterAsText) {
+  EXPECT_EQ(Value('c'), Value("c"));
+  static_assert(!std::is_constructible_v<Value, wchar_t>);
+  static_assert(!std::is_constructible_v<Value, char16_t>);
+}
+
+TEST(Value, TakesANullPointerForNull) {
+  char text[] = "a";
+  char* const pointer = text;
+  char* const none = nullptr;
+  EXPECT_EQ(Value(pointer), Value("a"));
+  EXPECT_TRUE(Value(none).isNull());
 }
 
 TEST(Value, WritesNumbersInDecimal) {

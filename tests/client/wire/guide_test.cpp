@@ -90,6 +90,17 @@ TEST_F(NoxdGuide, BuildsARecord) {
   EXPECT_EQ(record.toString(), "Smith^Ann^^]x");
 }
 
+TEST_F(NoxdGuide, MakesARecordOfARange) {
+  // >>>
+  const std::vector<std::string> lines{"", "tea", "nuts"};
+  nox::client::Record order(lines);  // an attribute for each text
+  order[1] = 'A';                    // text, a character, a number, another field
+  order.append(2.5).append(order[2]);
+  if (order[5] == order[2]) std::cout << order[2] << " twice: " << order << '\n';
+  // <<<
+  EXPECT_EQ(order.toString(), "A^tea^nuts^2.5^tea");
+}
+
 TEST_F(NoxdGuide, ChangesARecordUnderALock) {
   // >>>
   nox::client::File people = db.file("PERSON");
