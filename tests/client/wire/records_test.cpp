@@ -84,6 +84,16 @@ TEST_F(NoxdRecords, HaveIdsThatTheServerJudges) {
   EXPECT_TRUE(ann_.isUsable());
 }
 
+TEST_F(NoxdRecords, AreNamedInTextThatIsTheServersToJudge) {
+  EXPECT_EQ(errorOf([&] { ann_.file("\xFF"); }), "IE005 Rejected");
+  EXPECT_EQ(errorOf([&] { annsFile_.read("\xFF"); }), "22021 Rejected");
+  EXPECT_EQ(errorOf([&] { ann_.execute("COUNT \xFF"); }), "IE011 Rejected");
+  Rows rows = ann_.query("SELECT '\xFF'");
+  ASSERT_TRUE(rows.next());
+  EXPECT_EQ(rows.row()[0].bytes(), "\xFF");
+  EXPECT_EQ(errorOf([&] { annsFile_.read(std::string(1, '\0')); }), "22023 NotSent");
+}
+
 TEST_F(NoxdRecords, LieInFilesThatAreThere) {
   EXPECT_EQ(errorOf([&] { ann_.file("NONE"); }), "IE005 Rejected");
   File dictionary = ann_.file("DICT " + fileName());

@@ -76,8 +76,9 @@ private:
 ///
 /// Files, lists, statements and the rest may outlive their connection; used then, they throw.
 ///
-/// Names, ids, commands and SQL are UTF-8, without a NUL and up to 65,535 bytes (commands of any
-/// length); others throw sqlstate::kBadArgument.
+/// Names, ids and SQL with a NUL, or with more than 65,535 bytes, throw sqlstate::kBadArgument.
+/// They and commands, which travel whole in any length, should be UTF-8: what is not is the
+/// server's to judge, which refuses it where it matters.
 class NOX_CLIENT_EXPORT Connection {
 public:
   /// Finds a host, connects, verifies and logs in, within the options' connectTimeout. The hosts
