@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <exception>
-#include <stdexcept>
 #include <utility>
 
 #include "client/src/numbers.h"
@@ -146,7 +145,9 @@ std::size_t RowSource::columnIndex(std::string_view name) {
   const std::vector<Column>& all = columns();
   const auto found = std::find_if(
       all.begin(), all.end(), [name](const Column& column) { return sameName(column.name, name); });
-  if (found == all.end()) throw std::out_of_range("there is no column " + std::string(name));
+  if (found == all.end()) {
+    throw Error(sqlstate::kNoColumn, "there is no column " + std::string(name), Outcome::NotSent);
+  }
   return static_cast<std::size_t>(found - all.begin());
 }
 

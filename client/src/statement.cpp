@@ -1,6 +1,7 @@
 #include "nox/client/statement.h"
 
 #include <stdexcept>
+#include <string>
 #include <utility>
 
 #include "client/src/numbers.h"
@@ -35,6 +36,14 @@ bool Cell::boolean() const {
   if (value == "0" || is("false")) return false;
   throw Error(sqlstate::kNotANumber, "neither true nor false: \"" + std::string(value) + "\"",
               Outcome::NotSent);
+}
+
+Cell Row::operator[](std::size_t i) const {
+  if (i >= cells_.size()) {
+    throw std::out_of_range("a row of " + std::to_string(cells_.size()) +
+                            " columns, counted from 0, was asked for another");
+  }
+  return Cell(cells_[i]);
 }
 
 Cell Row::operator[](std::string_view column) const {

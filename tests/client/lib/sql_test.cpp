@@ -170,7 +170,19 @@ TEST_F(Sql, CellsReadNumbersAndTruth) {
   EXPECT_EQ(stateOf([&] { static_cast<void>(row[4].int64()); }), sqlstate::kNotANumber);
   EXPECT_EQ(stateOf([&] { static_cast<void>(row[4].real()); }), sqlstate::kNotANumber);
   EXPECT_EQ(stateOf([&] { static_cast<void>(row[4].boolean()); }), sqlstate::kNotANumber);
-  EXPECT_THROW(static_cast<void>(row[5]), std::out_of_range);
+}
+
+TEST_F(Sql, RowsHaveNoColumnBehindTheLast) {
+  replyRows({{"1", "2"}});
+  Rows rows = connection_.query("SELECT A, B FROM T");
+  ASSERT_TRUE(rows.next());
+  EXPECT_THROW(static_cast<void>(rows.row()[-1]), std::out_of_range);
+  try {
+    static_cast<void>(rows.row()[2]);
+    FAIL() << "nothing was thrown";
+  } catch (const std::out_of_range& mistake) {
+    EXPECT_STREQ(mistake.what(), "a row of 2 columns, counted from 0, was asked for another");
+  }
 }
 
 TEST_F(Sql, CellsAreFoundByNameInAnyCase) {
@@ -181,8 +193,23 @@ TEST_F(Sql, CellsAreFoundByNameInAnyCase) {
   EXPECT_EQ(rows.row()["City"].text(), "Oslo");
   ASSERT_TRUE(rows.next());
   EXPECT_EQ(rows.row()["id"].text(), "2");
-  EXPECT_THROW(static_cast<void>(rows.row()["NONE"]), std::out_of_range);
   EXPECT_THAT(asked(), ElementsAre("CompileAndExecute SELECT ID, CITY FROM T", "MetaData 3"));
+}
+
+TEST_F(Sql, ColumnsThatAreNotThereAreNamed) {
+  replyRows({{"1"}});
+  replyColumns({"ID"});
+  Rows rows = connection_.query("SELECT ID FROM T");
+  ASSERT_TRUE(rows.next());
+  try {
+    static_cast<void>(rows.row()["NONE"]);
+    FAIL() << "nothing was thrown";
+  } catch (const Error& error) {
+    EXPECT_EQ(error.sqlState(), "42S22");
+    EXPECT_EQ(error.message(), "there is no column NONE");
+    EXPECT_EQ(error.outcome(), Outcome::NotSent);
+  }
+  EXPECT_EQ(rows.row()["ID"].text(), "1");
 }
 
 TEST_F(Sql, ColumnsAreDescribed) {

@@ -1,4 +1,4 @@
-// Error, the one way in which the client library fails.
+// Error, the way in which the client library fails.
 #pragma once
 
 #include <cstdint>
@@ -34,12 +34,15 @@ constexpr const char* kBadOption = "HY024";       ///< a URI, environment variab
 constexpr const char* kBadArgument = "22023";     ///< cannot travel, or is another session's
 constexpr const char* kNull = "22002";            ///< a null was asked for its value
 constexpr const char* kNotANumber = "22018";      ///< a text was asked for its number
+constexpr const char* kNoColumn = "42S22";        ///< rows have no column of that name
 constexpr const char* kLocked = "IL002";          ///< another session holds the record's lock
 constexpr const char* kPrompts = "IE011";         ///< a command asks for input and nobody answers
 constexpr const char* kPoolExhausted = "HYT02";   ///< no connection of a pool came free in time
 }  // namespace sqlstate
 
-/// Thrown by value by everything in this library. Objects may be copied and used by any thread.
+/// Thrown by value for whatever goes wrong. What only a mistake in the program can cause, such as
+/// asking for field 0 of a record, throws std::logic_error or a class derived from it instead.
+/// Objects may be copied and used by any thread.
 class NOX_CLIENT_EXPORT Error : public std::runtime_error {
 public:
   /// `sqlState` has five characters.
