@@ -212,6 +212,16 @@ TEST_F(Sql, ColumnsThatAreNotThereAreNamed) {
   EXPECT_EQ(rows.row()["ID"].text(), "1");
 }
 
+TEST_F(Sql, OnlyLettersOfAsciiAreFoundInEitherCase) {
+  replyRows({{"1", "2"}});
+  replyColumns({"\xC3\xA4", "z"});  // a small A with two dots
+  Rows rows = connection_.query("SELECT 1, 2");
+  ASSERT_TRUE(rows.next());
+  EXPECT_EQ(rows.row()["\xC3\xA4"].text(), "1");
+  EXPECT_EQ(rows.row()["Z"].text(), "2");
+  EXPECT_EQ(stateOf([&] { static_cast<void>(rows.row()["\xC3\x84"]); }), sqlstate::kNoColumn);
+}
+
 TEST_F(Sql, ColumnsAreDescribed) {
   replyRows({});
   replyColumns({"ID"});

@@ -70,8 +70,8 @@ public:
   /// Counted from 0. Throws std::out_of_range.
   Cell operator[](std::size_t i) const;
   Cell operator[](int i) const { return (*this)[static_cast<std::size_t>(i)]; }
-  /// By the column's name, in any case; the names are asked for once. Error 42S22 where there is
-  /// no such column.
+  /// By the column's name, whose letters A to Z may be in either case; the names are asked for
+  /// once. Error 42S22 where there is no such column.
   Cell operator[](std::string_view column) const;
   Cell operator[](const char* column) const { return (*this)[std::string_view(column)]; }
 
