@@ -113,7 +113,7 @@ how rows are printed;
 .B \etiming
 tell how long each statement took, or no longer.
 .PP
-The first Ctrl\-C cancels what is running, the second leaves.
+The first Ctrl\-C cancels what is running, or drops the line that is typed; the second leaves.
 The tabulator completes verbs, files, items of dictionaries, tables and columns.
 .SH FORMATS
 .TP

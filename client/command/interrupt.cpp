@@ -20,6 +20,7 @@ std::atomic<bool> interrupted{false};
 std::atomic<bool> leavesAtOnce{false};
 std::mutex watchedMutex;
 std::optional<client::Canceller> watched;
+bool isIdle = false;
 
 // What the terminal was like before anybody edited a line on it.
 termios terminal{};
@@ -44,10 +45,12 @@ void take() {
   for (;;) {
     int signal = 0;
     if (sigwait(&set, &signal) != 0) continue;
+    // Locked before it is known, so that whoever ends an Idle and sees nothing pressed is cancelled
+    // only by what is pressed later.
+    const std::lock_guard<std::mutex> lock(watchedMutex);
     // The second one leaves at once: whatever is cancelled has not stopped yet.
     if (interrupted.exchange(true) || leavesAtOnce || signal == SIGTERM) leave();
-    const std::lock_guard<std::mutex> lock(watchedMutex);
-    if (watched) watched->cancel();
+    if (watched && !isIdle) watched->cancel();
   }
 }
 
@@ -73,6 +76,16 @@ Interrupt::Watch::Watch(client::Canceller canceller) {
 Interrupt::Watch::~Watch() {
   const std::lock_guard<std::mutex> lock(watchedMutex);
   watched.reset();
+}
+
+Interrupt::Idle::Idle() {
+  const std::lock_guard<std::mutex> lock(watchedMutex);
+  isIdle = true;
+}
+
+Interrupt::Idle::~Idle() {
+  const std::lock_guard<std::mutex> lock(watchedMutex);
+  isIdle = false;
 }
 
 Interrupt::Exit::Exit() {

@@ -15,13 +15,23 @@ public:
   static bool pressed();
   static void clear();
 
-  /// While it lives, the first Ctrl-C cancels the connection.
+  /// While it lives, and no Idle does, the first Ctrl-C cancels the connection.
   class Watch {
   public:
     explicit Watch(client::Canceller canceller);
     ~Watch();
     Watch(const Watch&) = delete;
     Watch& operator=(const Watch&) = delete;
+  };
+
+  /// While it lives, the first Ctrl-C cancels nothing: nobody waits for the connection, and what
+  /// the session holds, a transaction or locks, would go with it.
+  class Idle {
+  public:
+    Idle();
+    ~Idle();
+    Idle(const Idle&) = delete;
+    Idle& operator=(const Idle&) = delete;
   };
 
   /// While it lives, the first Ctrl-C leaves: for what nobody can cancel, and nothing is lost by.

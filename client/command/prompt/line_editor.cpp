@@ -155,6 +155,7 @@ LineEditor::~LineEditor() {
 }
 
 LineEditor::Outcome LineEditor::read(const std::string& prompt, std::string& line) {
+  const Interrupt::Idle idle;
   impl_->prompt = prompt;
   impl_->interrupted = false;
   int count = 0;

@@ -22,7 +22,7 @@ public:
   LineEditor& operator=(const LineEditor&) = delete;
 
   enum class Outcome { Line, End, Interrupted };
-  /// The next line, without its line feed.
+  /// The next line, without its line feed. Ctrl-C drops it, and leaves the connection alone.
   Outcome read(const std::string& prompt, std::string& line);
   /// What was typed and not read: after Ctrl-C nobody means it any more.
   static void dropTyped();

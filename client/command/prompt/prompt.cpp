@@ -237,7 +237,12 @@ int runPrompt(Context& context) {
     if (!statement) continue;
     editor.remember(open + line);
     open.clear();
-    interpreter.run(*statement);
+    // Pressed behind the line's end: the statement was not meant after all.
+    if (Interrupt::pressed()) {
+      context.say("interrupted");
+    } else {
+      interpreter.run(*statement);
+    }
     if (Interrupt::pressed()) LineEditor::dropTyped();
     Interrupt::clear();
     names.forget();

@@ -5,6 +5,8 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <sstream>
+
 #include "tests/client/command/wire/nox_program.h"
 
 namespace nox::command::test {
@@ -22,6 +24,27 @@ protected:
     NoxTest::SetUpTestSuite();
     done({"create-file", "PROMPTED"});
     done({"write", "PROMPTED", "1", "a^b]c"});
+  }
+
+  /// SQL without an end, in the terminal of the client of that name, which the agent lists: it may
+  /// still run what other clients have cancelled.
+  static void startEndlessSql(Terminal& terminal, const std::string& client) {
+    terminal.type(
+        "WITH RECURSIVE n(i) AS (SELECT 1 UNION ALL SELECT i + 1 FROM n) SELECT COUNT(*) FROM "
+        "n;\n");
+    for (bool runs = false; !runs;) {
+      std::istringstream sessions(done({"monitor", "sessions", "-f", "tsv"}));
+      for (std::string line; std::getline(sessions, line);) {
+        runs = runs || (line.find("\t" + client + "\t") != std::string::npos &&
+                        line.find("CompileAndExecute") != std::string::npos);
+      }
+    }
+  }
+
+  static Environment environmentOf(const std::string& client) {
+    Environment named = environment();
+    named["NOX_CLIENT_NAME"] = client;
+    return named;
   }
 };
 
@@ -150,14 +173,9 @@ TEST_F(NoxPrompt, KeepsItsHistoryForItsUserAlone) {
 }
 
 TEST_F(NoxPrompt, TheFirstCtrlCCancelsTheSecondLeaves) {
-  Terminal terminal({}, environment());
+  Terminal terminal({}, environmentOf("cancels"));
   terminal.waitFor("=> ");
-  terminal.type(
-      "WITH RECURSIVE n(i) AS (SELECT 1 UNION ALL SELECT i + 1 FROM n) SELECT COUNT(*) FROM n;\n");
-  // It runs once the agent says so.
-  while (done({"monitor", "sessions", "-f", "tsv"}).find("CompileAndExecute") ==
-         std::string::npos) {
-  }
+  startEndlessSql(terminal, "cancels");
   terminal.type(kCtrlC);
   terminal.waitFor("interrupted");
   terminal.waitFor("=> ");
@@ -169,6 +187,24 @@ TEST_F(NoxPrompt, TheFirstCtrlCCancelsTheSecondLeaves) {
   terminal.waitFor("=> ");
   terminal.type(kCtrlC);
   EXPECT_EQ(terminal.wait(), 4) << terminal.shown();
+}
+
+TEST_F(NoxPrompt, CtrlCDropsTheLineAndKeepsTheTransaction) {
+  Terminal terminal({}, environment());
+  terminal.waitFor("=> ");
+  terminal.type("\\begin\n");
+  terminal.waitFor("*=> ");
+  terminal.type("\\write PROMPTED kept written\n");
+  terminal.waitFor("*=> ");
+  terminal.type("half a line");
+  terminal.type(kCtrlC);
+  terminal.waitFor("*=> ");
+  terminal.type("\\commit\n");
+  terminal.waitFor("MAIN=> ");
+  terminal.type("\\q\n");
+  EXPECT_EQ(terminal.wait(), 0) << terminal.shown();
+  EXPECT_EQ(done({"read", "PROMPTED", "kept", "--text"}), "written\n") << terminal.shown();
+  done({"delete", "PROMPTED", "kept"});
 }
 
 TEST_F(NoxPrompt, CtrlCEndsWaitingForInput) {
