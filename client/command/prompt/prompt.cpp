@@ -243,7 +243,8 @@ int runPrompt(Context& context) {
     } else {
       interpreter.run(*statement);
     }
-    if (Interrupt::pressed()) LineEditor::dropTyped();
+    interruptedBefore = Interrupt::pressed();
+    if (interruptedBefore) LineEditor::dropTyped();
     Interrupt::clear();
     names.forget();
   }

@@ -189,6 +189,17 @@ TEST_F(NoxPrompt, TheFirstCtrlCCancelsTheSecondLeaves) {
   EXPECT_EQ(terminal.wait(), 4) << terminal.shown();
 }
 
+TEST_F(NoxPrompt, CtrlCLeavesBehindAStatementThatItInterrupted) {
+  Terminal terminal({}, environmentOf("leaves"));
+  terminal.waitFor("=> ");
+  startEndlessSql(terminal, "leaves");
+  terminal.type(kCtrlC);
+  terminal.waitFor("interrupted");
+  terminal.waitFor("=> ");
+  terminal.type(kCtrlC);
+  EXPECT_EQ(terminal.wait(), 4) << terminal.shown();
+}
+
 TEST_F(NoxPrompt, CtrlCDropsTheLineAndKeepsTheTransaction) {
   Terminal terminal({}, environment());
   terminal.waitFor("=> ");
