@@ -28,6 +28,9 @@ constexpr int kNumeric = 2;
 constexpr int kInteger = 4;
 constexpr int kReal = 8;
 
+// By the one InputFile that may: it reads ahead, and another would miss what it has.
+bool isInputTaken = false;
+
 /// The terminal, whatever standard input and output are.
 class Terminal {
 public:
@@ -249,10 +252,19 @@ InputFile::InputFile(const std::string& path)
       descriptor_(path.empty() || path == "-" ? STDIN_FILENO
                                               : open(path.c_str(), O_RDONLY | O_CLOEXEC)) {
   if (descriptor_ < 0) throw Refused("cannot read " + name_ + ": " + std::strerror(errno));
+  if (descriptor_ != STDIN_FILENO) return;
+  if (isInputTaken) {
+    throw UsageError("standard input is the script that runs; give the content itself, or a file");
+  }
+  isInputTaken = true;
 }
 
 InputFile::~InputFile() {
-  if (descriptor_ != STDIN_FILENO) close(descriptor_);
+  if (descriptor_ == STDIN_FILENO) {
+    isInputTaken = false;
+  } else {
+    close(descriptor_);
+  }
 }
 
 std::size_t InputFile::read(char* to, std::size_t most) {

@@ -104,10 +104,10 @@ private:
 };
 
 /// A file, or standard input for "" and "-", as it is read: without more waiting than the user has
-/// patience for.
+/// patience for. One at a time reads standard input, a script for example.
 class InputFile {
 public:
-  /// Throws Refused.
+  /// Throws Refused, and UsageError where another one reads standard input.
   explicit InputFile(const std::string& path);
   ~InputFile();
   InputFile(const InputFile&) = delete;
@@ -127,7 +127,7 @@ private:
   int descriptor_;
 };
 
-/// The whole of PATH, or of standard input for "" and "-". Throws Refused, and Interrupted.
+/// The whole of PATH, or of standard input for "" and "-". Throws what InputFile throws.
 std::string readAll(const std::string& path);
 /// A number from 1 to `most`. Throws UsageError that names the option.
 std::uint64_t numberOf(const std::string& text, const char* option, std::uint64_t most);

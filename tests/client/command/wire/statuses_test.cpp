@@ -115,6 +115,25 @@ TEST_F(NoxStatuses, AScriptSharesOneSession) {
   EXPECT_THAT(done({"--script", file("script"), "--echo"}), StartsWith("=> \\begin\n"));
 }
 
+TEST_F(NoxStatuses, WhatAScriptFromStandardInputRunsDoesNotReadItToo) {
+  done({"create-file", "SCRIPTED"});
+  done({"write", "SCRIPTED", "a", "kept"});
+  for (const char* statement : {"\\write SCRIPTED a", "\\load SCRIPTED - --from-format jsonl",
+                                "\\load SCRIPTED --from-format jsonl", "\\sql -"}) {
+    const Outcome outcome = nox({}, statement + std::string("\nCOUNT SCRIPTED\n"));
+    EXPECT_EQ(outcome.status, 2) << statement;
+    EXPECT_EQ(outcome.out, "") << statement;
+    EXPECT_THAT(outcome.err, HasSubstr("standard input is the script")) << statement;
+  }
+  EXPECT_EQ(done({"read", "SCRIPTED", "a", "--text"}), "kept\n");
+}
+
+TEST_F(NoxStatuses, WhatAScriptInAFileRunsReadsStandardInput) {
+  done({"create-file", "PIPED"});
+  done({"--script", write("script", "\\write PIPED a\n")}, "x");
+  EXPECT_EQ(done({"read", "PIPED", "a", "--text"}), "x\n");
+}
+
 TEST_F(NoxStatuses, DataGoesToTheFileThatWasNamed) {
   const Outcome outcome = nox({"login", "--output", file("printed")});
   EXPECT_EQ(outcome.out, "");
