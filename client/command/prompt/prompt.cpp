@@ -147,19 +147,27 @@ private:
     } else if (words[0] == "?") {
       help(words);
     } else if (words[0] == "x") {
-      const bool expanded = context_.format() == Format::Expanded;
-      context_.setFormat(expanded ? Format::Table : Format::Expanded);
+      if (context_.format() == Format::Expanded) {
+        context_.setFormat(inColumns_);
+      } else {
+        choose(Format::Expanded);
+      }
     } else if (words[0] == "timing") {
       timing_ = !timing_;
     } else if (words[0] == "format") {
       const auto format = words.size() == 2 ? parseFormat(words[1]) : std::nullopt;
       if (!format) throw UsageError("\\format takes one of the formats; \\? lists them");
-      context_.setFormat(format);
+      choose(*format);
     } else {
       const PromptInvocation invocation = parsePromptCommand(words);
       return invocation.command->run(context_, invocation.arguments);
     }
     return kDone;
+  }
+
+  void choose(Format format) {
+    if (context_.format() != Format::Expanded) inColumns_ = context_.chosenFormat();
+    context_.setFormat(format);
   }
 
   void help(const std::vector<std::string>& words) {
@@ -180,6 +188,7 @@ private:
   }
 
   Context& context_;
+  std::optional<Format> inColumns_;  // what was chosen before Expanded
   bool over_ = false;
   bool timing_ = false;
 };

@@ -102,6 +102,25 @@ TEST_F(NoxPrompt, SwitchesFormsAndTiming) {
   EXPECT_EQ(terminal.wait(), 0) << terminal.shown();
 }
 
+TEST_F(NoxPrompt, ComesBackFromTheExpandedFormToTheOneBefore) {
+  Terminal terminal({"-f", "csv"}, environment());
+  terminal.waitFor("=> ");
+  terminal.type("\\x\n");
+  terminal.waitFor("=> ");
+  terminal.type("\\x\n");
+  terminal.waitFor("=> ");
+  terminal.type("SELECT ID, 2 AS B FROM PROMPTED;\n");
+  terminal.waitFor("ID,B\r\n1,2\r\n");
+  terminal.type("\\format expanded\n");
+  terminal.waitFor("=> ");
+  terminal.type("\\x\n");
+  terminal.waitFor("=> ");
+  terminal.type("SELECT ID, 3 AS C FROM PROMPTED;\n");
+  terminal.waitFor("ID,C\r\n1,3\r\n");
+  terminal.type("\\q\n");
+  EXPECT_EQ(terminal.wait(), 0) << terminal.shown();
+}
+
 TEST_F(NoxPrompt, ShowsAnOpenTransaction) {
   Terminal terminal({}, environment());
   terminal.waitFor("=> ");
