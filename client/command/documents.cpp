@@ -94,7 +94,8 @@ constexpr const char* kManPrompt = R"(.SH PROMPT
 Without a subcommand, nox reads statements: from the terminal, with a prompt, or from standard
 input or a script, where the first error ends the run with its status.
 A line is a command of the server's command language.
-SQL ends with a semicolon and may take several lines.
+SQL ends with a semicolon at the end of a line and may take several lines; SELECT and one word are a
+command where there is a file of that name.
 Lines that begin with a backslash are nox's own: the subcommands above, in the session of the
 prompt, and
 .TP

@@ -130,8 +130,12 @@ Completion complete(std::string_view text, NameSource& names) {
   } else {
     // SELECT alone may be either.
     const bool both = verb == "SELECT" && before.size() == 1;
-    if (both || !isSql || !beginsSql(text)) candidates = afterCommand(before, names);
-    if (isSql && !both && beginsSql(text)) {
+    const bool isBegun = isSql && !both && beginsSql(text, [&](const std::string& name) {
+                           return isOneOf(names.files(), name);
+                         });
+    if (!isBegun) {
+      candidates = afterCommand(before, names);
+    } else {
       completion.begin = wordBegin(text, kSqlDividers);
       before = wordsOf(text.substr(0, completion.begin), kSqlDividers);
       candidates = afterSql(before, names);

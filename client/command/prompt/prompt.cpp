@@ -20,7 +20,9 @@ namespace {
 
 constexpr const char* kHelp =
     "A line is a command of the server (LIST PACKAGES WITH SIZE > 100); SQL ends with a semicolon\n"
-    "and may take several lines. Lines with a backslash are nox's own:\n"
+    "at the end of a line and may take several lines. SELECT and one word are a command where "
+    "there\n"
+    "is a file of that name. Lines with a backslash are nox's own:\n"
     "\n"
     "  \\q              leave\n"
     "  \\?              this text; \\? NAME tells about one of the words below\n"
@@ -104,6 +106,17 @@ private:
   std::map<std::string, std::vector<std::string>> items_;
   std::map<std::string, std::vector<std::string>> columns_;
 };
+
+/// The reader of an Interpreter's statements. Asks the server where a statement may be either.
+StatementReader readerFor(Context& context) {
+  return StatementReader([&context](const std::string& name) {
+    try {
+      return isOneOf(filesOf(context.connection()), name);
+    } catch (const std::exception&) {
+      return true;  // it is run at once, then, and tells what is wrong
+    }
+  });
+}
 
 /// What statements do, typed or from a script.
 class Interpreter {
@@ -207,7 +220,7 @@ int runPrompt(Context& context) {
   if (connected != kDone) return connected;
 
   ServerNames names(context);
-  StatementReader statements;
+  StatementReader statements = readerFor(context);
   std::string open;  // SQL of the lines before
   LineEditor editor([&](const std::string& left) {
     Completion completion = complete(open + left, names);
@@ -264,7 +277,7 @@ int runScript(Context& context, const std::string& path, bool echo) {
   context.setSession();
   return guarded(context, [&] {
     LineReader lines(path);
-    StatementReader statements;
+    StatementReader statements = readerFor(context);
     Interpreter interpreter(context);
     std::string line;
     while (!interpreter.isOver() && lines.next(line)) {

@@ -1,9 +1,11 @@
 // Lines of the prompt, put together to statements.
 #pragma once
 
+#include <functional>
 #include <optional>
 #include <string>
 #include <string_view>
+#include <utility>
 #include <vector>
 
 namespace nox::command {
@@ -15,15 +17,21 @@ struct Statement {
     Sql       // up to a semicolon
   };
   Kind kind = Kind::Command;
-  std::string text;  // without the backslash, and without the semicolon
+  std::string text;  // without the backslash, and without the semicolon and what is behind it
 };
 
-/// A line that begins with a backslash is one of the prompt's own. SQL goes on to a semicolon that
-/// ends a line: a line is taken for SQL when it ends with one, or begins with a verb of SQL. Lines
-/// of the command language are always whole: SELECT is one of them unless it is followed by more
-/// than a file and its clauses. "--" at the begin of a line, and "#", begin a comment.
+/// Whether the account has a file of that name.
+using IsFile = std::function<bool(const std::string&)>;
+
+/// A line that begins with a backslash is one of the prompt's own. SQL goes on to a semicolon
+/// behind which a line holds nothing but comments; one in a quotation, a comment or the body of a
+/// trigger ends nothing. A line is taken for SQL when it ends that way, or begins with a verb of
+/// SQL. Lines of the command language are always whole: SELECT is one of them unless it is followed
+/// by more than a file and its clauses. "--" at the begin of a line, and "#", begin a comment.
 class StatementReader {
 public:
+  explicit StatementReader(IsFile isFile) : isFile_(std::move(isFile)) {}
+
   /// Takes a line; a statement when it is whole.
   std::optional<Statement> add(std::string_view line);
   /// Whether SQL has begun and not ended.
@@ -32,11 +40,13 @@ public:
   std::string drop();
 
 private:
+  IsFile isFile_;
   std::string sql_;
 };
 
-/// Whether a line that ends with no semicolon begins SQL all the same.
-bool beginsSql(std::string_view line);
+/// Whether a line that ends with no semicolon begins SQL all the same. `isFile` is asked about
+/// SELECT with a single word, and not elsewhere.
+bool beginsSql(std::string_view line, const IsFile& isFile);
 
 /// Words divided by blanks; '...' and "..." hold words together. Throws UsageError for a quotation
 /// that does not end.

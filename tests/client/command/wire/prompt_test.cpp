@@ -54,12 +54,14 @@ TEST_F(NoxPrompt, RunsStatementsAndLeaves) {
   terminal.type("COUNT PROMPTED\n");
   terminal.waitFor("1 records counted");
   terminal.waitFor("=> ");
-  terminal.type("SELECT DISTINCT ID\n");
+  terminal.type("SELECT ID\n");
   terminal.waitFor("-> ");
   terminal.type("FROM PROMPTED;\n");
   terminal.waitFor("ID\r\n--\r\n1\r\n");
   terminal.type("\\read PROMPTED 1\n");
   terminal.waitFor("└─ 2");
+  terminal.type("SELECT PROMPTED\n");
+  terminal.waitFor("a list of 1 ids is active");
   terminal.type("NONSENSE\n");
   terminal.waitFor("IE011");
   terminal.type("\\q\n");

@@ -115,6 +115,13 @@ TEST_F(NoxStatuses, AScriptSharesOneSession) {
   EXPECT_THAT(done({"--script", file("script"), "--echo"}), StartsWith("=> \\begin\n"));
 }
 
+TEST_F(NoxStatuses, AScriptMayBeginWithWhatIsACommandOrSql) {
+  done({"create-file", "EITHER"});
+  EXPECT_THAT(nox({}, "SELECT EITHER\nNONSENSE\n").err, HasSubstr("line 2"));
+  EXPECT_EQ(nox({}, "SELECT ID\nFROM EITHER;\n").out, "ID\n");
+  EXPECT_EQ(nox({"-H", "127.0.0.1:1"}, "SELECT EITHER\n").status, 3);
+}
+
 TEST_F(NoxStatuses, WhatAScriptFromStandardInputRunsDoesNotReadItToo) {
   done({"create-file", "SCRIPTED"});
   done({"write", "SCRIPTED", "a", "kept"});
