@@ -4,6 +4,7 @@
 #include <set>
 
 #include "client/command/commands.h"
+#include "client/command/output/rows.h"
 #include "client/command/prompt/statements.h"
 
 namespace nox::command {
@@ -44,6 +45,7 @@ void append(Words& to, const Words& more) { to.insert(to.end(), more.begin(), mo
 
 /// \read and its kin: their options, and files for the arguments of that name.
 Words afterMeta(const Words& words, std::string_view begun, NameSource& names) {
+  if (words[0] == "\\format") return words.size() == 1 ? formatNames() : Words();
   const CommandSpec* const command = findCommand(words[0].substr(1));
   if (!command) return {};
   Words candidates;
@@ -81,11 +83,13 @@ Words afterCommand(const Words& words, NameSource& names) {
   if (!queries) return {};
   Words candidates = {"AND", "BY", "BY-DSND", "EVERY", "LIKE", "OR", "WITH"};
   if (verb == "LIST" || verb == "SORT") append(candidates, {"FIRST", "HDR-SUPP", "ID-SUPP"});
-  if (!isDict) append(candidates, names.items(words[fileAt]));
+  // Dictionaries all have the same dictionary.
+  static const Words kItemsOfDictionaries = {"CONV", "FORMAT", "HEADING", "LOC", "SM", "TYPE"};
+  append(candidates, isDict ? kItemsOfDictionaries : names.items(words[fileAt]));
   return candidates;
 }
 
-Words afterSql(const Words& words, NameSource& names) {
+Words afterSql(const Words& words, const Words& wordsBehind, NameSource& names) {
   static const Words kBeforeTable = {"FROM", "JOIN", "INTO", "UPDATE", "TABLE"};
   if (isOneOf(kBeforeTable, upperCase(words.back()))) return names.tables();
   Words candidates = {"AND",   "AS",     "BY",    "CASE",   "COUNT(*)", "DISTINCT", "FROM",
@@ -93,16 +97,20 @@ Words afterSql(const Words& words, NameSource& names) {
                       "LIKE",  "LIMIT",  "NOT",   "NULL",   "ON",       "OR",       "ORDER",
                       "SET",   "TABLE",  "UNION", "VALUES", "WHERE"};
   const Words tables = names.tables();
-  for (std::size_t i = 0; i + 1 < words.size(); ++i) {
-    if (!isOneOf(kBeforeTable, upperCase(words[i]))) continue;
-    if (isOneOf(tables, words[i + 1])) append(candidates, names.columns(words[i + 1]));
+  Words all = words;
+  append(all, wordsBehind);
+  for (std::size_t i = 0; i + 1 < all.size(); ++i) {
+    if (!isOneOf(kBeforeTable, upperCase(all[i]))) continue;
+    for (const std::string& table : tables) {
+      if (upperCase(table) == upperCase(all[i + 1])) append(candidates, names.columns(table));
+    }
   }
   return candidates;
 }
 
 }  // namespace
 
-Completion complete(std::string_view text, NameSource& names) {
+Completion complete(std::string_view text, std::string_view behind, NameSource& names) {
   constexpr std::string_view kBlanks = " \t\n";
   constexpr std::string_view kSqlDividers = " \t\n,()=<>;";
   Completion completion;
@@ -128,9 +136,12 @@ Completion complete(std::string_view text, NameSource& names) {
   } else if (isMeta) {
     candidates = afterMeta(before, text.substr(completion.begin), names);
   } else {
+    const Words wordsBehind = wordsOf(behind, kSqlDividers);
+    // The word that is begun may become any.
+    const std::string around = std::string(text.substr(0, completion.begin)).append(behind);
     // SELECT alone may be either.
-    const bool both = verb == "SELECT" && before.size() == 1;
-    const bool isBegun = isSql && !both && beginsSql(text, [&](const std::string& name) {
+    const bool both = verb == "SELECT" && before.size() == 1 && wordsBehind.empty();
+    const bool isBegun = isSql && !both && beginsSql(around, [&](const std::string& name) {
                            return isOneOf(names.files(), name);
                          });
     if (!isBegun) {
@@ -138,7 +149,7 @@ Completion complete(std::string_view text, NameSource& names) {
     } else {
       completion.begin = wordBegin(text, kSqlDividers);
       before = wordsOf(text.substr(0, completion.begin), kSqlDividers);
-      candidates = afterSql(before, names);
+      candidates = afterSql(before, wordsBehind, names);
     }
   }
   completion.candidates = matching(candidates, text.substr(completion.begin));

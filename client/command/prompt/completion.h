@@ -23,8 +23,9 @@ struct Completion {
   std::vector<std::string> candidates;  // sorted, each beginning like that word (in any case)
 };
 
-/// `text` is what stands left of the cursor; of SQL of several lines, all of it.
-Completion complete(std::string_view text, NameSource& names);
+/// `text` is what stands left of the cursor, of SQL of several lines all of it; `behind` what
+/// stands right of it.
+Completion complete(std::string_view text, std::string_view behind, NameSource& names);
 
 /// The longest begin that all candidates share.
 std::string commonBegin(const std::vector<std::string>& candidates);

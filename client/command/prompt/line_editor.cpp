@@ -48,7 +48,7 @@ struct EndEditLine {
 }  // namespace
 
 struct LineEditor::Impl {
-  std::function<Completion(const std::string&)> complete;
+  Completer complete;
   std::string prompt;
   std::string file = historyFile();
   std::unique_ptr<History, EndEditLine> history{history_init()};
@@ -99,7 +99,8 @@ struct LineEditor::Impl {
   static unsigned char completeWord(EditLine* editor, std::wint_t /*key*/) {
     const LineInfo* const line = el_line(editor);
     const std::string left(line->buffer, line->cursor);
-    const Completion found = of(editor).complete(left);
+    const std::string right(line->cursor, line->lastchar);
+    const Completion found = of(editor).complete(left, right);
     if (found.candidates.empty()) return CC_REFRESH_BEEP;
     const std::size_t typed = left.size() - found.begin;
     std::string text = commonBegin(found.candidates);
@@ -119,8 +120,7 @@ struct LineEditor::Impl {
   }
 };
 
-LineEditor::LineEditor(std::function<Completion(const std::string&)> complete)
-    : impl_(std::make_unique<Impl>()) {
+LineEditor::LineEditor(Completer complete) : impl_(std::make_unique<Impl>()) {
   impl_->complete = std::move(complete);
   EditLine* const editor = impl_->editor.get();
   HistEvent event{};

@@ -14,8 +14,10 @@ namespace nox::command {
 /// readable by nobody else.
 class LineEditor {
 public:
-  /// `complete` is given what stands left of the cursor.
-  explicit LineEditor(std::function<Completion(const std::string&)> complete);
+  using Completer = std::function<Completion(const std::string& left, const std::string& right)>;
+
+  /// `complete` is given what stands left and right of the cursor.
+  explicit LineEditor(Completer complete);
   /// Saves the history.
   ~LineEditor();
   LineEditor(const LineEditor&) = delete;

@@ -222,8 +222,8 @@ int runPrompt(Context& context) {
   ServerNames names(context);
   StatementReader statements = readerFor(context);
   std::string open;  // SQL of the lines before
-  LineEditor editor([&](const std::string& left) {
-    Completion completion = complete(open + left, names);
+  LineEditor editor([&](const std::string& left, const std::string& right) {
+    Completion completion = complete(open + left, right, names);
     completion.begin -= std::min(completion.begin, open.size());
     return completion;
   });

@@ -22,9 +22,9 @@ public:
   }
 };
 
-Completion of(std::string_view text) {
+Completion of(std::string_view text, std::string_view behind = {}) {
   KnownNames names;
-  return complete(text, names);
+  return complete(text, behind, names);
 }
 
 TEST(Completion, OfALineIsAVerb) {
@@ -56,6 +56,34 @@ TEST(Completion, InSqlIsATableBehindFromAndAColumnElsewhere) {
   const Completion column = of("SELECT x FROM ledger WHERE (a");
   EXPECT_EQ(column.begin, 28u);
   EXPECT_THAT(column.candidates, ElementsAre("AND", "AS", "account", "amount"));
+}
+
+TEST(Completion, InSqlKnowsATableInAnyCase) {
+  EXPECT_THAT(of("SELECT x FROM LEDGER WHERE acc").candidates, ElementsAre("account"));
+  EXPECT_THAT(of("select x from Ledger where am").candidates, ElementsAre("amount"));
+}
+
+TEST(Completion, InSqlIsAColumnOfATableThatIsNamedBehind) {
+  EXPECT_THAT(of("SELECT ac", " FROM ledger;").candidates, ElementsAre("account"));
+  const Completion second = of("SELECT account,am", " from ledger");
+  EXPECT_EQ(second.begin, 15u);
+  EXPECT_THAT(second.candidates, ElementsAre("amount"));
+}
+
+TEST(Completion, BehindSelectIsAClauseOfWhatItIs) {
+  EXPECT_THAT(of("SELECT ORDERS BY-").candidates, ElementsAre("BY-DSND"));
+  EXPECT_THAT(of("SELECT O").candidates, ElementsAre("ORDERS", "OTHERS"));
+  EXPECT_THAT(of("SELECT amount F").candidates, ElementsAre("FROM"));
+}
+
+TEST(Completion, BehindADictionaryIsAnItemThatAllOfThemHave) {
+  EXPECT_THAT(of("LIST DICT ORDERS H").candidates, ElementsAre("HDR-SUPP", "HEADING"));
+  EXPECT_THAT(of("COUNT DICT ORDERS WITH T").candidates, ElementsAre("TYPE"));
+}
+
+TEST(Completion, BehindFormatIsAFormat) {
+  EXPECT_THAT(of("\\format t").candidates, ElementsAre("table", "tsv"));
+  EXPECT_THAT(of("\\format table t").candidates, IsEmpty());
 }
 
 TEST(Completion, OfAnOptionIsTakenFromTheTable) {

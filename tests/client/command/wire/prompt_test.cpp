@@ -135,10 +135,17 @@ TEST_F(NoxPrompt, ShowsAnOpenTransaction) {
 }
 
 TEST_F(NoxPrompt, CompletesWhatTheServerKnows) {
+  done({"create-file", "MAILED"});
+  done({"write", "DICT MAILED", "ZIP", "D^1^^Zip^5L^S"});
+  done({"write", "MAILED", "1", "0150"});
   Terminal terminal({}, environment());
   terminal.waitFor("=> ");
   terminal.type("COUNT PROM\t\n");
   terminal.waitFor("1 records counted");
+  terminal.waitFor("=> ");
+  // Home, and forward to behind the z.
+  terminal.type("SELECT z FROM mailed;\x01" + std::string(8, '\x06') + "\t\n");
+  terminal.waitFor("ZIP\r\n----\r\n0150\r\n");
   terminal.type("\\q\n");
   EXPECT_EQ(terminal.wait(), 0) << terminal.shown();
 }
