@@ -1,11 +1,13 @@
 // nox, the command-line client of noxd.
 #include <fcntl.h>
+#include <langinfo.h>
 #include <unistd.h>
 
 #include <clocale>
 #include <cstdio>
 #include <exception>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include <nox/nox.h>
@@ -86,6 +88,8 @@ int main(int argc, char** argv) {
   nox::command::openStandardStreams();
   // Which bytes are characters, for the line that is typed. Numbers never follow the locale.
   std::setlocale(LC_CTYPE, "");
+  // What the server takes and gives is UTF-8 anyway; LC_ALL=C says nothing about the terminal.
+  if (std::string_view(nl_langinfo(CODESET)) != "UTF-8") std::setlocale(LC_CTYPE, "C.UTF-8");
   nox::command::Interrupt::install();
   return nox::command::run(std::vector<std::string>(argv + 1, argv + argc));
 }

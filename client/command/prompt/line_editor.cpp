@@ -89,6 +89,8 @@ struct LineEditor::Impl {
       const std::size_t result = std::mbrtowc(character, &byte, 1, &state);
       if (result == static_cast<std::size_t>(-2)) continue;  // more bytes to come
       if (result == static_cast<std::size_t>(-1)) {
+        el_beep(editor);
+        std::fflush(stdout);
         state = std::mbstate_t();
         continue;
       }

@@ -87,6 +87,29 @@ TEST_F(NoxPrompt, LeavesAtAnEndOfInputThatWasTypedAhead) {
   EXPECT_EQ(terminal.wait(), 0) << terminal.shown();
 }
 
+TEST_F(NoxPrompt, TakesLettersOfAnyScriptInAnyLocale) {
+  Environment plain = environment();
+  plain["LC_ALL"] = "C";
+  Terminal terminal({}, plain);
+  terminal.waitFor("=> ");
+  terminal.type("SELECT '東é' AS a;\n");
+  terminal.waitFor("---\r\n東é\r\n");
+  terminal.type("\\q\n");
+  EXPECT_EQ(terminal.wait(), 0) << terminal.shown();
+}
+
+TEST_F(NoxPrompt, BeepsAtBytesThatAreNoLetters) {
+  Terminal terminal({}, environment());
+  terminal.waitFor("=> ");
+  terminal.type("\xE9");
+  terminal.type("!");
+  terminal.waitFor("\a");
+  terminal.type("\x15WHO\n");  // instead of the line
+  terminal.waitFor("ann\r\n");
+  terminal.type("\\q\n");
+  EXPECT_EQ(terminal.wait(), 0) << terminal.shown();
+}
+
 TEST_F(NoxPrompt, SwitchesFormsAndTiming) {
   Terminal terminal({}, environment());
   terminal.waitFor("=> ");
