@@ -3,6 +3,7 @@
 #include <fcntl.h>
 #include <histedit.h>
 #include <poll.h>
+#include <sys/file.h>
 #include <sys/stat.h>
 #include <termios.h>
 #include <unistd.h>
@@ -19,6 +20,7 @@ namespace nox::command {
 namespace {
 
 constexpr int kMostRemembered = 1000;
+constexpr const char* kHeading = "_HiStOrY_V2_\n";  // of a file that the editor's library reads
 
 /// Makes the folders that are missing, for the user alone. Empty where there is no home.
 std::string historyFile() {
@@ -43,6 +45,49 @@ std::string historyFile() {
 struct EndEditLine {
   void operator()(EditLine* editor) const { el_end(editor); }
   void operator()(History* history) const { history_end(history); }
+};
+
+/// As the editor's library reads it: a line for each statement, whatever is in it.
+std::string lineOf(const std::string& statement) {
+  std::string line;
+  for (const char c : statement) {
+    const auto byte = static_cast<unsigned char>(c);
+    if (byte > ' ' && byte != '\\' && byte != 0x7F) {
+      line += c;
+    } else {
+      line += '\\';
+      for (const int shift : {6, 3, 0}) line += static_cast<char>('0' + ((byte >> shift) & 7));
+    }
+  }
+  return line + '\n';
+}
+
+/// The file that all prompts of a user write to, locked while it lives. One that cannot be opened
+/// or written to is none: statements are typed all the same.
+class HistoryFile {
+public:
+  HistoryFile(const std::string& path, int flags)
+      : descriptor_(path.empty() ? -1 : open(path.c_str(), flags | O_APPEND | O_CLOEXEC, 0600)) {
+    if (descriptor_ < 0) return;
+    // Before anything is written, so that nobody else ever reads it.
+    fchmod(descriptor_, 0600);
+    flock(descriptor_, LOCK_EX);
+  }
+  ~HistoryFile() {
+    if (descriptor_ >= 0) close(descriptor_);
+  }
+  HistoryFile(const HistoryFile&) = delete;
+  HistoryFile& operator=(const HistoryFile&) = delete;
+
+  void append(const std::string& statement) const {
+    struct stat status {};
+    if (descriptor_ < 0 || fstat(descriptor_, &status) != 0) return;
+    const std::string text = (status.st_size == 0 ? kHeading : "") + lineOf(statement);
+    static_cast<void>(!::write(descriptor_, text.data(), text.size()));
+  }
+
+private:
+  int descriptor_;
 };
 
 }  // namespace
@@ -128,7 +173,14 @@ LineEditor::LineEditor(Completer complete) : impl_(std::make_unique<Impl>()) {
   HistEvent event{};
   history(impl_->history.get(), &event, H_SETSIZE, kMostRemembered);
   history(impl_->history.get(), &event, H_SETUNIQUE, 1);
-  if (!impl_->file.empty()) history(impl_->history.get(), &event, H_LOAD, impl_->file.c_str());
+  {
+    const HistoryFile file(impl_->file, O_WRONLY);
+    const int found = history(impl_->history.get(), &event, H_LOAD, impl_->file.c_str());
+    // What is appended is cut now and then.
+    if (found > 2 * kMostRemembered) {
+      history(impl_->history.get(), &event, H_SAVE, impl_->file.c_str());
+    }
+  }
   el_set(editor, EL_CLIENTDATA, impl_.get());
   el_set(editor, EL_PROMPT, Impl::showPrompt);
   el_set(editor, EL_EDITOR, "emacs");
@@ -145,16 +197,7 @@ LineEditor::LineEditor(Completer complete) : impl_(std::make_unique<Impl>()) {
   el_source(editor, nullptr);  // the user's own bindings
 }
 
-LineEditor::~LineEditor() {
-  if (impl_->file.empty()) return;
-  // Made before it is filled, so that nobody else ever reads it.
-  const int made = open(impl_->file.c_str(), O_WRONLY | O_CREAT | O_CLOEXEC, 0600);
-  if (made < 0) return;
-  fchmod(made, 0600);
-  close(made);
-  HistEvent event{};
-  history(impl_->history.get(), &event, H_SAVE, impl_->file.c_str());
-}
+LineEditor::~LineEditor() = default;
 
 LineEditor::Outcome LineEditor::read(const std::string& prompt, std::string& line) {
   const Interrupt::Idle idle;
@@ -179,6 +222,8 @@ void LineEditor::dropTyped() { tcflush(STDIN_FILENO, TCIFLUSH); }
 void LineEditor::remember(const std::string& statement) {
   HistEvent event{};
   history(impl_->history.get(), &event, H_ENTER, statement.c_str());
+  // At once: a terminal may be closed, and another prompt writes as well.
+  HistoryFile(impl_->file, O_WRONLY | O_CREAT).append(statement);
 }
 
 }  // namespace nox::command

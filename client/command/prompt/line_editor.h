@@ -18,7 +18,6 @@ public:
 
   /// `complete` is given what stands left and right of the cursor.
   explicit LineEditor(Completer complete);
-  /// Saves the history.
   ~LineEditor();
   LineEditor(const LineEditor&) = delete;
   LineEditor& operator=(const LineEditor&) = delete;
@@ -28,7 +27,7 @@ public:
   Outcome read(const std::string& prompt, std::string& line);
   /// What was typed and not read: after Ctrl-C nobody means it any more.
   static void dropTyped();
-  /// Keeps a statement for later.
+  /// Keeps a statement for later, in the file too.
   void remember(const std::string& statement);
 
 private:

@@ -5,6 +5,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <sstream>
 
 #include "tests/client/command/wire/nox_program.h"
@@ -12,8 +13,10 @@
 namespace nox::command::test {
 namespace {
 
+using ::testing::EndsWith;
 using ::testing::HasSubstr;
 using ::testing::Not;
+using ::testing::StartsWith;
 
 constexpr const char* kCtrlC = "\x03";
 constexpr const char* kCtrlD = "\x04";
@@ -209,6 +212,9 @@ TEST_F(NoxPrompt, KeepsItsHistoryForItsUserAlone) {
     terminal.type("COUNT PROMPTED\n");
     terminal.waitFor("counted");
     terminal.waitFor("=> ");
+    terminal.type("SELECT '\\ 東' AS LONG_NAME;\n");
+    terminal.waitFor("-\r\n\\ 東");
+    terminal.waitFor("=> ");
     terminal.type("\\q\n");
     EXPECT_EQ(terminal.wait(), 0) << terminal.shown();
   }
@@ -218,9 +224,53 @@ TEST_F(NoxPrompt, KeepsItsHistoryForItsUserAlone) {
   Terminal terminal({}, environment());
   terminal.waitFor("=> ");
   terminal.type("\x10\x10\n");  // up, up: \q came last
+  terminal.waitFor("-\r\n\\ 東");
+  terminal.waitFor("=> ");
+  terminal.type("\x10\x10\x10\x10\n");
   terminal.waitFor("1 records counted");
   terminal.type("\\q\n");
   EXPECT_EQ(terminal.wait(), 0) << terminal.shown();
+}
+
+TEST_F(NoxPrompt, KeepsTheHistoryOfATerminalThatIsClosedAndOfTwoAtATime) {
+  Environment apart = environment();
+  apart["XDG_STATE_HOME"] = file("apart");
+  Terminal one({}, apart);
+  one.waitFor("=> ");
+  Terminal other({}, apart);
+  other.waitFor("=> ");
+  one.type("COUNT  PROMPTED\n");
+  one.waitFor("counted");
+  other.type("SELECT ID\n");
+  other.waitFor("-> ");
+  other.type("FROM PROMPTED;\n");
+  other.waitFor("-\r\n");
+  one.type("LIST PROMPTED\n");
+  one.waitFor("listed");
+  // As the editor writes them: what would divide words or lines is escaped.
+  EXPECT_EQ(contentOf("apart/nox/history"),
+            "_HiStOrY_V2_\n"
+            "COUNT\\040\\040PROMPTED\n"
+            "SELECT\\040ID\\012FROM\\040PROMPTED;\n"
+            "LIST\\040PROMPTED\n");
+}
+
+TEST_F(NoxPrompt, KeepsTheLatestThousandOfALongHistory) {
+  Environment longOne = environment();
+  longOne["XDG_STATE_HOME"] = file("long");
+  std::string history = "_HiStOrY_V2_\n";
+  for (int i = 1; i <= 2001; ++i) history += "WHO\\040" + std::to_string(i) + "\n";
+  mkdir(file("long").c_str(), 0700);
+  mkdir(file("long/nox").c_str(), 0700);
+  write("long/nox/history", history);
+  Terminal terminal({}, longOne);
+  terminal.waitFor("=> ");
+  terminal.type("\\q\n");
+  EXPECT_EQ(terminal.wait(), 0) << terminal.shown();
+  const std::string kept = contentOf("long/nox/history");
+  EXPECT_EQ(std::count(kept.begin(), kept.end(), '\n'), 1002) << "a heading, 1000, and \\q";
+  EXPECT_THAT(kept, StartsWith("_HiStOrY_V2_\nWHO\\0401002\n"));
+  EXPECT_THAT(kept, EndsWith("WHO\\0402001\n\\134q\n"));
 }
 
 TEST_F(NoxPrompt, TheFirstCtrlCCancelsTheSecondLeaves) {
