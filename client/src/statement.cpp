@@ -55,7 +55,8 @@ Rows::Rows(std::shared_ptr<RowSource> source) : source_(std::move(source)) {}
 Rows::Rows(Rows&& other) noexcept = default;
 
 Rows& Rows::operator=(Rows&& other) noexcept {
-  std::swap(source_, other.source_);
+  Rows taken(std::move(other));
+  std::swap(source_, taken.source_);
   return *this;
 }
 
@@ -154,7 +155,8 @@ Statement::Statement(std::unique_ptr<State> state) : state_(std::move(state)) {}
 Statement::Statement(Statement&& other) noexcept = default;
 
 Statement& Statement::operator=(Statement&& other) noexcept {
-  std::swap(state_, other.state_);
+  Statement taken(std::move(other));
+  std::swap(state_, taken.state_);
   return *this;
 }
 

@@ -322,7 +322,13 @@ public:
     return add(value == 0 ? "-0" : std::to_string(value));
   }
   bool number_unsigned(number_unsigned_t value) override { return add(std::to_string(value)); }
-  bool number_float(number_float_t /*value*/, const string_t& text) override { return add(text); }
+  bool number_float(number_float_t /*value*/, const string_t& text) override {
+    // Its point is the locale's by now.
+    string_t number = text;
+    const std::size_t point = number.find_first_not_of("+-0123456789eE");
+    if (point != string_t::npos) number[point] = '.';
+    return add(std::move(number));
+  }
   bool string(string_t& value) override { return add(std::move(value)); }
   bool binary(binary_t& /*value*/) override { return false; }  // JSON's text has none
   bool start_object(std::size_t /*elements*/) override { return open(Json::object()); }

@@ -353,6 +353,27 @@ TEST_F(Sql, RowsMove) {
   EXPECT_EQ(moved.row()[0].text(), "2");
 }
 
+TEST_F(Sql, RowsAreReleasedWhereOthersTakeTheirPlace) {
+  replyRows({{"1"}});
+  replyRows({{"2"}});
+  Rows rows = connection_.query("SELECT 1");
+  Rows others = connection_.query("SELECT 2");
+  rows = std::move(others);
+  EXPECT_THAT(asked(), ElementsAre("CompileAndExecute SELECT 1", "CompileAndExecute SELECT 2",
+                                   "ReleaseStatement 3"));
+  ASSERT_TRUE(rows.next());
+  EXPECT_EQ(rows.row()[0].text(), "2");
+}
+
+TEST_F(Sql, StatementsAreReleasedWhereOthersTakeTheirPlace) {
+  replyOk();
+  replyOk();
+  Statement statement = connection_.prepare("SELECT 1");
+  Statement other = connection_.prepare("SELECT 2");
+  statement = std::move(other);
+  EXPECT_THAT(asked(), ElementsAre("Compile SELECT 1", "Compile SELECT 2", "ReleaseStatement 3"));
+}
+
 TEST_F(Sql, RowsThatAreClosedHaveNoMore) {
   replyRows({{"1"}, {"2"}});
   Rows rows = connection_.query("SELECT ID FROM T");
