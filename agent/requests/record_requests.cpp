@@ -71,10 +71,13 @@ void readCommon(Session& session, remote::ReadCommonRequestProt& request, Reply&
 }  // namespace
 
 void registerRecordRequests(Dispatcher& dispatcher) {
-  dispatcher.on<remote::ReadRecordRequestProt>("ReadRecord", readRecord);
-  dispatcher.on<remote::WriteRecordRequestProt>("WriteRecord", writeRecord);
-  dispatcher.on<remote::DeleteRecordRequestProt>("DeleteRecord", deleteRecord);
-  dispatcher.on<remote::ExistsRecordRequestProt>("ExistsRecord", existsRecord);
+  using Brief = Dispatcher::Entry::Brief;
+  dispatcher.on<remote::ReadRecordRequestProt>("ReadRecord", readRecord).brief = Brief::Yes;
+  dispatcher.on<remote::WriteRecordRequestProt>("WriteRecord", writeRecord).brief =
+      Brief::WhileWriting;
+  dispatcher.on<remote::DeleteRecordRequestProt>("DeleteRecord", deleteRecord).brief =
+      Brief::WhileWriting;
+  dispatcher.on<remote::ExistsRecordRequestProt>("ExistsRecord", existsRecord).brief = Brief::Yes;
   dispatcher.on<remote::ReleaseRecordLockRequestProt>("ReleaseRecordLock", releaseRecordLock);
   dispatcher.on<remote::ReadCommonRequestProt>("ReadCommon", readCommon);
 }

@@ -47,6 +47,7 @@ Conversation::Conversation(ServerState& state, Transport& transport, Wire& wire,
                party.right, party.peer.address),
       busyWait_(state.traffic),
       ended_(Clock::now()) {
+  session_.setBeforeWait([this] { wire_.sendGathered(); });
   takeValues();
   publish();
   agent_.sessions.add(
@@ -80,6 +81,12 @@ bool Conversation::runsStill() {
 }
 
 Conversation::End Conversation::run() {
+  const End end = converse();
+  wire_.sendGathered();
+  return end;
+}
+
+Conversation::End Conversation::converse() {
   for (;;) {
     if (generation_ != state_.generation.load(std::memory_order_relaxed)) takeValues();
     switch (wire_.next()) {
@@ -117,14 +124,26 @@ void Conversation::answer() {
   if (!entry) return refuse(Failure("0A", "000", "the agent does not answer this request"));
   activity_.store(Activity::Running, std::memory_order_relaxed);
   lastRequest_.store(entry->name, std::memory_order_relaxed);
+  // Many requests that were sent at once are answered with a few pieces. Nobody waits longer for a
+  // reply than the next brief request takes.
+  const bool brief = isBrief(*entry);
+  if (!brief) wire_.sendGathered();
+  wire_.gatherReplies(brief && wire_.hasNextFrame());
   const std::uint64_t sentBefore = wire_.bytesSent();
   const std::string outcome = handle(*entry, *request);
+  wire_.gatherReplies(false);
   const std::uint64_t bytesOut = wire_.bytesSent() - sentBefore;
   ended_ = Clock::now();
   agent_.metrics.request(entry->index, wire_.frameBytes(), bytesOut, ended_ - began_);
   note(entry->name, bytesOut, outcome);
   prepareNext();
   publish();
+}
+
+bool Conversation::isBrief(const Dispatcher::Entry& entry) {
+  using Brief = Dispatcher::Entry::Brief;
+  return entry.brief == Brief::Yes ||
+         (entry.brief == Brief::WhileWriting && session_.store().hasWritten());
 }
 
 /// Answers a frame that holds nothing the agent can work on.

@@ -65,7 +65,9 @@ private:
     std::string clientName;
   };
 
+  End converse();
   void answer();
+  bool isBrief(const Dispatcher::Entry& entry);
   void refuse(const Failure& failure);
   std::string handle(const Dispatcher::Entry& entry, noxp::RequestProt& request);
   Failure failureOfException(const Dispatcher::Entry& entry);

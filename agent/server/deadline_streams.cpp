@@ -78,6 +78,14 @@ DeadlineInputStream::Arrival DeadlineInputStream::inspect(std::size_t cap, std::
   return Arrival::Frame;
 }
 
+bool DeadlineInputStream::hasNextFrame() const {
+  const std::size_t behind = buffered() - frameBytes_;
+  if (behind < kLengthSize) return false;
+  const auto length =
+      static_cast<std::uint32_t>(loadBigEndian32(block_.get() + begin_ + frameBytes_));
+  return length <= behind - kLengthSize;
+}
+
 DeadlineInputStream::Arrival DeadlineInputStream::nextFrame(std::size_t cap,
                                                             std::chrono::milliseconds time) {
   begin_ += std::exchange(frameBytes_, 0);
@@ -143,6 +151,24 @@ void DeadlineOutStream::send(const char* data, std::size_t n) {
   if (lost_) lose();
   if (n > cap_ + kLengthSize) throw FrameTooLong();
   bytes_ += n;
+  const bool joins = isGathering_ || !gathered_.empty();
+  if (joins && gathered_.size() + n <= kMostGathered) {
+    gathered_.append(data, n);
+    if (!isGathering_) sendGathered();
+    return;
+  }
+  sendGathered();
+  sendNow(data, n);
+}
+
+void DeadlineOutStream::sendGathered() {
+  if (gathered_.empty()) return;
+  if (lost_) lose();
+  sendNow(gathered_.data(), gathered_.size());
+  gathered_.clear();
+}
+
+void DeadlineOutStream::sendNow(const char* data, std::size_t n) {
   const int count = transport_.send(data, n);
   if (count == Transport::kEnded) lose();
   const auto sent = static_cast<std::size_t>(count);

@@ -8,6 +8,7 @@
 #include <memory>
 #include <optional>
 #include <stdexcept>
+#include <string>
 
 #include <nox/nox.h>
 
@@ -51,6 +52,8 @@ public:
 
   /// Whether bytes have arrived behind the frame.
   bool hasMore() const { return buffered() > frameBytes_; }
+  /// Whether all of the next frame has.
+  bool hasNextFrame() const;
 
   /// Forgets the frame for good: nothing of it stays in memory.
   void wipeFrame();
@@ -90,7 +93,8 @@ public:
   FrameTooLong() : std::runtime_error("the reply does not fit into a frame") {}
 };
 
-/// Each `send` is a frame, and goes out in one piece while the peer keeps pace.
+/// Each `send` is a frame, and goes out in one piece while the peer keeps pace; or with others,
+/// where it is gathered.
 class DeadlineOutStream : public OutStream {
 public:
   using OutStream::send;
@@ -107,11 +111,21 @@ public:
   void send(const char* data, std::size_t n) override;
   void flush() override {}
 
-  /// Bytes that went out, or began to.
+  /// Whether frames that are sent from now on may wait for `sendGathered`, or for one that may not.
+  void gather(bool wanted) { isGathering_ = wanted; }
+  /// Throws as `send` does.
+  void sendGathered();
+  /// Gives back the room for gathered frames; there are none.
+  void shrink() { std::string().swap(gathered_); }
+
+  /// Bytes that went out, or began to, or wait to.
   std::uint64_t bytes() const { return bytes_; }
   bool lost() const { return lost_; }
 
 private:
+  static constexpr std::size_t kMostGathered = 16u * 1024;  // bytes
+
+  void sendNow(const char* data, std::size_t n);
   void sendRest(const char* data, std::size_t n);
   [[noreturn]] void lose();
 
@@ -120,6 +134,8 @@ private:
   std::chrono::milliseconds time_{0};
   std::uint64_t bytes_ = 0;
   bool lost_ = false;
+  bool isGathering_ = false;
+  std::string gathered_;
 };
 
 }  // namespace nox::agent

@@ -39,6 +39,7 @@ void Wire::renewReader() {
 }
 
 Wire::Event Wire::next() {
+  if (!in_.hasNextFrame()) out_.sendGathered();
   switch (in_.nextFrame(limits_.frame, limits_.frameTime)) {
     case DeadlineInputStream::Arrival::Frame:
       return read();
@@ -122,6 +123,7 @@ void Wire::sendRaw(const std::string& bytes) { out_.send(bytes.data(), bytes.siz
 
 void Wire::rest() {
   in_.shrink();
+  out_.shrink();
   renewReader();
   writer_.emplace(&out_);
   GZipCompressor::releaseMemory();

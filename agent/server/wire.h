@@ -48,6 +48,8 @@ public:
   Event next();
   /// Whether bytes have arrived that `next` will not have to wait for.
   bool hasMore() const { return in_.hasMore(); }
+  /// Whether a whole frame has, behind the one that came last.
+  bool hasNextFrame() const { return in_.hasNextFrame(); }
   std::unique_ptr<noxp::RequestProt> takeRequest() { return std::move(request_); }
   const Failure& problem() const { return *problem_; }
   /// The type code of the object that the factory does not know, after such an Unreadable.
@@ -61,6 +63,11 @@ public:
   std::unique_ptr<HttpRequest> readHttp();
 
   BinaryWriter& writer() { return *writer_; }
+  /// Whether replies may wait for those behind them, as long as they are few. `next` does not wait
+  /// for the client before it has sent them.
+  void gatherReplies(bool wanted) { out_.gather(wanted); }
+  /// Throws ConnectionLost.
+  void sendGathered() { out_.sendGathered(); }
   /// Bytes that were sent so far.
   std::uint64_t bytesSent() const { return out_.bytes(); }
   /// Whether the peer was given up: nothing can be sent any more.

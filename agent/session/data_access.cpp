@@ -135,6 +135,7 @@ LockOutcome DataAccess::lock(const RecordLock& record, LockKind kind,
     failWithoutFile(record.file, code);
   }
   if (wait == kNoWait) return outcome;
+  session_.beforeWait();
   outcome = locks.acquire(session_.lockOwner(), record, kind, wait);
   if (outcome == LockOutcome::Deadlock) {
     session_.transactions().giveUp();

@@ -20,12 +20,17 @@ class Dispatcher {
 public:
   /// One per request class: its position counts it in the metrics.
   struct Entry {
+    /// Whether the reply of a request before it may wait until this one is answered.
+    enum class Brief { No, WhileWriting, Yes };
     void (*handle)(Session&, noxp::RequestProt&, Reply&, const Entry&) = nullptr;
     void (*target)() = nullptr;  // the family's function, of the type that `handle` knows
     const char* name = nullptr;  // as in logs and metrics: "ReadRecord"
     std::size_t index = 0;
     bool keepsPrompt = false;  // answered beside a program that waits for input
     bool isSql = false;        // fails with SQLErrorResponseProt
+    // It takes no time worth mentioning, but for waits that the session tells of. What writes may
+    // wait for other writers, unless its transaction has written already.
+    Brief brief = Brief::No;
   };
 
   /// `name` must be a literal.

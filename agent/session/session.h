@@ -4,6 +4,7 @@
 #include <atomic>
 #include <chrono>
 #include <cstdint>
+#include <functional>
 #include <map>
 #include <memory>
 #include <mutex>
@@ -74,6 +75,12 @@ public:
   int lastCommandCode() const { return lastCommandCode_; }
   void setLastCommandCode(int code) { lastCommandCode_ = code; }
 
+  /// Called by the session's thread before it waits for somebody else's lock.
+  void setBeforeWait(std::function<void()> beforeWait) { beforeWait_ = std::move(beforeWait); }
+  void beforeWait() const {
+    if (beforeWait_) beforeWait_();
+  }
+
   /// The largest frame a reply may be, in bytes.
   std::size_t frameCap() const;
   /// What its content may take of that, next to the fields that are always there.
@@ -124,6 +131,7 @@ private:
   LockOwner lockOwner_;
   Settings settings_;
   LineRate clientLines_;
+  std::function<void()> beforeWait_;
   std::map<std::string, std::string> commons_;
   int lastCommandCode_ = 0;
 

@@ -15,6 +15,7 @@ import subprocess
 import sys
 import tempfile
 import time
+import typing
 
 RECORDS = 200_000
 ROWS = 1_000_000
@@ -46,6 +47,13 @@ def write_input(path):
             file.write(json.dumps(line, ensure_ascii=False) + "\n")
 
 
+class Run(typing.NamedTuple):
+    seconds: float
+    nox: float  # seconds of processor time
+    noxd: float
+    memory: float  # of nox at most, in MiB
+
+
 class Agent:
     """A noxd with fresh data, until it is closed."""
 
@@ -73,8 +81,15 @@ class Agent:
         self.uri = (f"nox://bench@localhost:{port}/MAIN?ca={data}/tls/certificate.pem"
                     f"&password_file={self.password}")
 
+    def processor_time(self):
+        """Seconds that noxd has computed so far."""
+        stat = pathlib.Path(f"/proc/{self.process.pid}/stat").read_text()
+        user, system = stat.rpartition(")")[2].split()[11:13]
+        return (int(user) + int(system)) / os.sysconf("SC_CLK_TCK")
+
     def run(self, *arguments):
-        """Seconds, and the most memory in MiB, of one run of the command."""
+        """One run of the command."""
+        computed = self.processor_time()
         begin = time.monotonic()
         process = subprocess.Popen([self.nox, "--uri", self.uri, *map(str, arguments)],
                                    stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL)
@@ -82,7 +97,10 @@ class Agent:
         process.returncode = os.waitstatus_to_exitcode(status)
         if process.returncode != 0:
             sys.exit(f"nox {arguments[0]} ended with status {process.returncode}")
-        return time.monotonic() - begin, usage.ru_maxrss / 1024
+        return Run(seconds=time.monotonic() - begin,
+                   nox=usage.ru_utime + usage.ru_stime,
+                   noxd=self.processor_time() - computed,
+                   memory=usage.ru_maxrss / 1024)
 
     def close(self):
         self.process.terminate()
@@ -110,11 +128,15 @@ def measure(agent, records):
 
 
 def table(lines):
-    text = ["| What | Records or rows | Per second | Memory of `nox` |", "|---|---|---|---|"]
+    text = ["| What | Records or rows | Per second | `nox` computes | `noxd` computes | Neither | "
+            "Memory of `nox` |",
+            "|---|---|---|---|---|---|---|"]
     for what, (count, runs) in lines.items():
-        seconds = statistics.median(run[0] for run in runs)
-        memory = max(run[1] for run in runs)
-        text.append(f"| {what} | {count:,} | {count / seconds:,.0f} | {memory:.1f} MiB |")
+        seconds, nox, noxd, _ = (statistics.median(column) for column in zip(*runs))
+        each = [1e6 * part / count for part in (nox, noxd, max(0, seconds - nox - noxd))]
+        memory = max(run.memory for run in runs)
+        text.append(f"| {what} | {count:,} | {count / seconds:,.0f} | {each[0]:.1f} us | "
+                    f"{each[1]:.1f} us | {each[2]:.1f} us | {memory:.1f} MiB |")
     return "\n".join(text) + "\n"
 
 

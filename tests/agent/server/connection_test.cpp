@@ -49,6 +49,7 @@ protected:
     if (!later.empty()) client.tick().bytes(later);
     Connection connection(state, std::move(transport), peer, tls);
     connection.serve();
+    sends = client.sends();
     return client.sent();
   }
 
@@ -84,6 +85,7 @@ protected:
   std::unique_ptr<AgentInProcess> agent;
   Dispatcher dispatcher;
   std::vector<std::string> texts;  // the messages of the last replies
+  int sends = 0;                   // in how many pieces they came
 };
 
 TEST_F(ConnectionTest, TakesNoPasswordInPlainTextFromElsewhere) {
@@ -110,6 +112,48 @@ TEST_F(ConnectionTest, ShowsItsPagesToThisMachineAlone) {
 TEST_F(ConnectionTest, ShowsItsPagesEverywhereWhereItIsToldTo) {
   change = [](ConfigurationValues& values) { values.httpEverywhere = true; };
   EXPECT_EQ(serve("GET /healthz HTTP/1.1\r\n\r\n", kFar).substr(0, 12), "HTTP/1.1 200");
+}
+
+TEST_F(ConnectionTest, SendsTheRepliesToBriefRequestsThatCameTogetherInOnePiece) {
+  onEcho([](Session&, EchoRequestProt&, Reply& reply) { answer(reply); });
+  EXPECT_EQ(repliesTo(login() + echo() + echo() + echo()), (Replies{"OK", "echo", "echo", "echo"}));
+  EXPECT_EQ(sends, 4);
+  dispatcher
+      .on<EchoRequestProt>("Echo", [](Session&, EchoRequestProt&, Reply& reply) { answer(reply); })
+      .brief = Dispatcher::Entry::Brief::Yes;
+  EXPECT_EQ(repliesTo(login() + echo() + echo() + echo()), (Replies{"OK", "echo", "echo", "echo"}));
+  EXPECT_EQ(sends, 2);
+  // What waits for the client keeps nothing back.
+  EXPECT_EQ(
+      repliesTo(login() + echo() + echo() + echo().substr(0, 6), kNear, false, echo().substr(6)),
+      (Replies{"OK", "echo", "echo", "echo"}));
+  EXPECT_EQ(sends, 3);
+}
+
+TEST_F(ConnectionTest, SendsWhatItGatheredBeforeARequestWaits) {
+  static int calls = 0;
+  calls = 0;
+  dispatcher
+      .on<EchoRequestProt>("Echo",
+                           [](Session& session, EchoRequestProt&, Reply& reply) {
+                             if (++calls == 2) session.beforeWait();
+                             answer(reply);
+                           })
+      .brief = Dispatcher::Entry::Brief::Yes;
+  EXPECT_EQ(repliesTo(login() + echo() + echo() + echo()), (Replies{"OK", "echo", "echo", "echo"}));
+  EXPECT_EQ(sends, 3);
+}
+
+TEST_F(ConnectionTest, SendsWhatItGatheredBeforeARequestThatIsNotBrief) {
+  using noxp::remote::DateTimeRequestProt;
+  dispatcher
+      .on<EchoRequestProt>("Echo", [](Session&, EchoRequestProt&, Reply& reply) { answer(reply); })
+      .brief = Dispatcher::Entry::Brief::Yes;
+  dispatcher.on<DateTimeRequestProt>(
+      "DateTime", [](Session&, DateTimeRequestProt&, Reply& reply) { answer(reply); });
+  EXPECT_EQ(repliesTo(login() + echo() + frameOf(DateTimeRequestProt()) + echo()),
+            (Replies{"OK", "echo", "echo", "echo"}));
+  EXPECT_EQ(sends, 4);
 }
 
 TEST_F(ConnectionTest, AnswersAHandlerThatFails) {

@@ -287,6 +287,67 @@ TEST(DeadlineOutStream, SendsAFrameInOnePiece) {
   EXPECT_EQ(out.bytes(), 6u);
 }
 
+TEST(DeadlineInputStream, KnowsWhetherAllOfTheNextFrameHasCome) {
+  const std::string next = framed("de");
+  for (const bool isWhole : {false, true}) {
+    ScriptedTransport peer;
+    peer.bytes(framed("abc") + next.substr(0, isWhole ? next.size() : next.size() - 1));
+    DeadlineInputStream in(peer);
+    ASSERT_EQ(in.nextFrame(kCap, kPlenty), Arrival::Frame);
+    EXPECT_EQ(in.hasNextFrame(), isWhole);
+  }
+  ScriptedTransport peer;
+  peer.bytes(framed("abc") + next.substr(0, 3));
+  DeadlineInputStream in(peer);
+  EXPECT_FALSE(in.hasNextFrame());
+  ASSERT_EQ(in.nextFrame(kCap, kPlenty), Arrival::Frame);
+  EXPECT_FALSE(in.hasNextFrame());
+}
+
+TEST(DeadlineOutStream, SendsWhatItGatheredTogetherAndInOrder) {
+  ScriptedTransport peer;
+  DeadlineOutStream out(peer);
+  out.setLimits(100, kPlenty);
+  out.gather(true);
+  out.send("ab", 2);
+  out.send("cd", 2);
+  EXPECT_EQ(peer.sent(), "");
+  EXPECT_EQ(out.bytes(), 4u);
+  out.sendGathered();
+  EXPECT_EQ(peer.sent(), "abcd");
+  EXPECT_EQ(peer.sends(), 1);
+  out.sendGathered();
+  EXPECT_EQ(peer.sends(), 1);
+  out.send("ef", 2);
+  out.gather(false);
+  out.send("gh", 2);
+  EXPECT_EQ(peer.sent(), "abcdefgh");
+}
+
+TEST(DeadlineOutStream, GathersNoMoreThanAFew) {
+  const std::string frame(10'000, 'x');
+  ScriptedTransport peer;
+  DeadlineOutStream out(peer);
+  out.setLimits(100'000, kPlenty);
+  out.gather(true);
+  out.send(frame.data(), frame.size());
+  EXPECT_EQ(peer.sent().size(), 0u);
+  out.send(frame.data(), frame.size());
+  EXPECT_EQ(peer.sent().size(), 20'000u);
+}
+
+TEST(DeadlineOutStream, LosesWhatItGatheredForAPeerThatTakesNothing) {
+  ScriptedTransport peer;
+  peer.takes(0);
+  DeadlineOutStream out(peer);
+  out.setLimits(100, 30ms);
+  out.gather(true);
+  out.send("abc", 3);
+  EXPECT_THROW(out.sendGathered(), ConnectionLost);
+  EXPECT_TRUE(out.lost());
+  EXPECT_THROW(out.sendGathered(), ConnectionLost);
+}
+
 TEST(DeadlineOutStream, GoesOnUntilASlowPeerHasTakenAll) {
   ScriptedTransport peer;
   peer.takes(2);

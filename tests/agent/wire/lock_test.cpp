@@ -8,6 +8,7 @@
 #include <thread>
 
 #include "tests/agent/wire/shared_noxd.h"
+#include "tests/support/frames.h"
 
 namespace nox::agent::test {
 namespace {
@@ -134,6 +135,31 @@ TEST_F(WireLocks, AWaitEndsWithTheLock) {
   waitUntilWaitedFor(1);
   EXPECT_EQ(ann().write(file(), "K", "written meanwhile"), "0");
   EXPECT_EQ(answer.get(), "0 'written meanwhile'");
+}
+
+TEST_F(WireLocks, RepliesToRequestsInFrontOfOneThatWaitsDoNotWait) {
+  letWait(bob());
+  ann().read(file(), "K", kUpdate);
+  ASSERT_EQ(bob().begin(), "OK");
+  ASSERT_EQ(bob().write(file(), "1", "a"), "0");
+  std::string requests;
+  for (const char* const id : {"2", "3", "K", "4"}) {
+    requests += nox::test::frameOf(noxp::remote::WriteRecordRequestProt(0, file(), id, "b"));
+  }
+  bob().sendBytes(requests);
+  const auto status = [&] {
+    const auto reply = bob().receive();
+    const auto* const tovi = dynamic_cast<noxp::remote::ToviResponseProt*>(reply.get());
+    return tovi != nullptr ? tovi->getStatus() : -1;
+  };
+  EXPECT_EQ(status(), 0);
+  EXPECT_EQ(status(), 0);
+  EXPECT_FALSE(bob().hasInput(std::chrono::milliseconds(100)));
+  EXPECT_EQ(ann().release(2), "OK");
+  EXPECT_EQ(status(), 0);
+  EXPECT_EQ(status(), 0);
+  EXPECT_EQ(bob().commit(), "OK");
+  EXPECT_EQ(ann().read(file(), "4"), "0 'b'");
 }
 
 TEST_F(WireLocks, AWaitEndsAfterLockWait) {
