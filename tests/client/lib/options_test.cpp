@@ -112,17 +112,19 @@ TEST(Options, CountAnEmptyVariableAsNone) {
   EXPECT_EQ(Options::fromUri("").tls, Tls::VerifyFull);
 }
 
+/// What opening a connection with these options complains of.
+std::string mistakeIn(const Options& options) {
+  try {
+    Connection::open(options);
+  } catch (const Error& error) {
+    EXPECT_EQ(error.sqlState(), sqlstate::kBadOption);
+    return error.message();
+  }
+  return "connected";
+}
+
 TEST(Options, AreChecked) {
   const Environment environment;
-  const auto mistakeIn = [](const Options& options) -> std::string {
-    try {
-      Connection::open(options);
-    } catch (const Error& error) {
-      EXPECT_EQ(error.sqlState(), sqlstate::kBadOption);
-      return error.message();
-    }
-    return "connected";
-  };
   Options options;
   options.maxFrame = 1023;
   EXPECT_EQ(mistakeIn(options), "max_frame is at least 1K");
@@ -156,15 +158,6 @@ TEST(Options, StandForThisMachineWhereTheyNameNoHost) {
 TEST(Options, HaveNoTextThatWouldBeCut) {
   const Environment environment;
   const std::string cut("127.0.0.1\0evil", 14);
-  const auto mistakeIn = [](const Options& options) -> std::string {
-    try {
-      Connection::open(options);
-    } catch (const Error& error) {
-      EXPECT_EQ(error.sqlState(), sqlstate::kBadOption);
-      return error.message();
-    }
-    return "connected";
-  };
   Options options = Options::fromUri("nox://anna@127.0.0.1");
   options.hosts.push_back({cut, 1});
   EXPECT_EQ(mistakeIn(options), "the name of a host has a NUL") << "the first is not asked";
