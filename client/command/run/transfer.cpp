@@ -96,16 +96,14 @@ int runExport(Context& context, const Arguments& arguments) {
   const std::string named = arguments.get("--items");
   std::vector<DictionaryItem> items;
   std::vector<bool> shown;  // by attribute
-  std::unique_ptr<RowWriter> rows;
+  std::vector<OutputColumn> columns = {{"ID"}};
   if (!lines) {
     items = named.empty() ? allItemsOf(connection, name) : namedItemsOf(connection, name, named);
     for (const DictionaryItem& item : items) {
       if (item.attribute >= shown.size()) shown.resize(item.attribute + 1);
       shown[item.attribute] = true;
     }
-    std::vector<OutputColumn> columns = {{"ID"}};
     for (const DictionaryItem& item : items) columns.push_back({item.name});
-    rows = context.rows(*format, std::move(columns));
   }
 
   client::SelectList list = [&] {
@@ -125,7 +123,11 @@ int runExport(Context& context, const Arguments& arguments) {
   std::vector<std::string> texts(items.size());
   std::vector<OutputValue> values;
   PageReader pages(std::move(list));
-  for (auto page = pages.next(); !page.empty(); page = pages.next()) {
+  auto page = pages.next();
+  // The heading is written only now: a selection that is refused leaves nothing behind.
+  std::unique_ptr<RowWriter> rows;
+  if (!lines) rows = context.rows(*format, std::move(columns));
+  for (; !page.empty(); page = pages.next()) {
     for (const client::SelectList::Entry& entry : page) {
       context.checkInterrupt();
       if (!entry.hasRecord()) continue;  // deleted since

@@ -159,6 +159,10 @@ TEST_F(NoxStatuses, WhatFailsPrintsNothing) {
   const Outcome wrong = nox({"conv", "D4-", "0", "abc", "-f", "json"});
   EXPECT_EQ(wrong.status, 1);
   EXPECT_EQ(wrong.out, "");
+  done({"create-file", "CHOSEN"});
+  const Outcome unselected = nox({"export", "CHOSEN", "-f", "csv", "WITH", "NOTHING", "=", "1"});
+  EXPECT_EQ(unselected.status, 1);
+  EXPECT_EQ(unselected.out, "");
 }
 
 TEST_F(NoxStatuses, WhatFailsLeavesTheOutputFileAsItWas) {
@@ -168,6 +172,9 @@ TEST_F(NoxStatuses, WhatFailsLeavesTheOutputFileAsItWas) {
   EXPECT_EQ(runNox({"files", "-o", kept}, refused).status, 3);
   EXPECT_EQ(nox({"read", "MISSING", "1", "-o", kept}).status, 1);
   EXPECT_EQ(nox({"-o", kept}, "NONSENSE\n").status, 1);
+  done({"create-file", "OFFERED"});
+  EXPECT_EQ(nox({"export", "OFFERED", "-f", "csv", "-o", kept, "WITH", "NOTHING", "=", "1"}).status,
+            1);
   EXPECT_EQ(contentOf("kept"), "precious\n");
   EXPECT_EQ(nox({"read", "MISSING", "1", "-o", file("unmade")}).status, 1);
   EXPECT_NE(access(file("unmade").c_str(), F_OK), 0);
