@@ -138,6 +138,7 @@ void Conversation::answer() {
   note(entry->name, bytesOut, outcome);
   prepareNext();
   publish();
+  showAtRest();
 }
 
 bool Conversation::isBrief(const Dispatcher::Entry& entry) {
@@ -160,7 +161,7 @@ void Conversation::refuse(const Failure& failure) {
 /// Sends the one reply, and says how it went: "ok" or an SQLSTATE.
 std::string Conversation::handle(const Dispatcher::Entry& entry, noxp::RequestProt& request) {
   const std::uint64_t sentBefore = wire_.bytesSent();
-  Reply reply(wire_.writer());
+  Reply reply(wire_.writer(), [this] { publish(); });
   const int threshold = session_.settings().compressThreshold;
   if (threshold >= 0) reply.compressFrom(threshold);
   std::optional<Failure> failure;
@@ -181,6 +182,7 @@ std::string Conversation::handle(const Dispatcher::Entry& entry, noxp::RequestPr
   agent_.metrics.error(code);
   if (wire_.bytesSent() == sentBefore) {
     if (reply.sent()) wire_.dropReply();
+    publish();
     if (entry.isSql) {
       wire_.sendSqlError(statementIdOf(request), *failure);
     } else {
@@ -264,10 +266,14 @@ void Conversation::prepareNext() {
   }
 }
 
-/// Shows other threads what has changed.
-void Conversation::publish() {
+void Conversation::showAtRest() {
   activity_.store(session_.isPrompting() ? Activity::Prompting : Activity::Idle,
                   std::memory_order_relaxed);
+}
+
+/// Shows other threads what the request has changed; before its reply, so that who has the reply
+/// may rely on it.
+void Conversation::publish() {
   inTransaction_.store(session_.transactions().isOpen(), std::memory_order_relaxed);
   openLists_.store(session_.lists().size(), std::memory_order_relaxed);
   const std::string& clientName = session_.settings().clientName;
@@ -325,6 +331,7 @@ bool Conversation::rest() {
   if (due && *due <= now) {
     session_.expire(now);
     publish();
+    showAtRest();
     due = session_.nextExpiry();
   }
   if (values_->idle.count() > 0) {

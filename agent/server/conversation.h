@@ -75,6 +75,7 @@ private:
   void prepareNext();
   void note(const char* request, std::uint64_t bytesOut, const std::string& outcome);
   void publish();
+  void showAtRest();
   void takeValues();
   SessionInfo describe() const;
 

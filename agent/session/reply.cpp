@@ -8,8 +8,8 @@ void Reply::send(noxp::ResponseProt& response) {
   if (sent_) throw std::logic_error("a request was answered twice");
   sent_ = true;
   if (properties_.compress) response.setProperties(&properties_);
+  if (beforeSend_) beforeSend_();
   writer_.writeRoot(response);
-  bytes_ = response.getPacketSize();
 }
 
 void Reply::compressFrom(int threshold) {

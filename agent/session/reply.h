@@ -1,6 +1,9 @@
 // Reply, where a handler puts its one answer.
 #pragma once
 
+#include <functional>
+#include <utility>
+
 #include <nox/nox.h>
 
 namespace nox::agent {
@@ -8,7 +11,9 @@ namespace nox::agent {
 /// Every request is answered once. Handlers build their replies on the stack and send them here.
 class Reply {
 public:
-  explicit Reply(BinaryWriter& writer) : writer_(writer) {}
+  /// `beforeSend` is called just before the reply's first byte may leave. `writer` is borrowed.
+  explicit Reply(BinaryWriter& writer, std::function<void()> beforeSend = {})
+      : writer_(writer), beforeSend_(std::move(beforeSend)) {}
   Reply(const Reply&) = delete;
   Reply& operator=(const Reply&) = delete;
 
@@ -18,16 +23,14 @@ public:
   void send(noxp::ResponseProt&& response) { send(response); }
 
   bool sent() const { return sent_; }
-  /// Bytes of the frame that was sent.
-  std::uint64_t bytes() const { return bytes_; }
   /// Compresses replies from this many bytes on; below 0 none.
   void compressFrom(int threshold);
 
 private:
   BinaryWriter& writer_;
+  std::function<void()> beforeSend_;
   Serializable::properties_t properties_;
   bool sent_ = false;
-  std::uint64_t bytes_ = 0;
 };
 
 }  // namespace nox::agent
