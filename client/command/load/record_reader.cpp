@@ -61,7 +61,6 @@ bool LineReader::next(std::string& line) {
 namespace {
 
 using client::Record;
-using Json = nlohmann::json;
 
 /// Where a column's value goes.
 struct Target {
@@ -301,22 +300,33 @@ private:
   std::optional<Columns> columns_;
 };
 
-/// Makes a Json in which numbers are texts, as they were written: no digit of 1.10, or of an id of
-/// thirty digits, is lost on the way through a number of this machine.
-class TextsOfJson : public nlohmann::json_sax<Json> {
+/// What {"id": ..., "record": ...} holds, taken while it is parsed; other keys are passed over. The
+/// id is a text, or {"base64": "..."} for any bytes; the record is one of them, or an array of
+/// them, or of arrays, with a mark between two parts. Numbers are texts, as they were written: no
+/// digit of 1.10, or of an id of thirty digits, is lost on the way through a number of this
+/// machine.
+class RecordOfJson : public nlohmann::json_sax<nlohmann::json> {
 public:
   /// Throws std::runtime_error.
-  static Json parse(const std::string& text) {
-    Json root;
-    TextsOfJson texts(root);
-    Json::sax_parse(text, &texts);
-    return root;
+  explicit RecordOfJson(const std::string& text) {
+    nlohmann::json::sax_parse(text, this);
+    if (!id_ || !record_) {
+      throw std::runtime_error("{\"id\": ..., \"record\": [...]} was expected");
+    }
   }
+  std::string takeId() { return std::move(*id_); }
+  std::string takeRecord() { return std::move(*record_); }
 
-  explicit TextsOfJson(Json& root) : root_(root) {}
-
-  bool null() override { return add(nullptr); }
-  bool boolean(bool value) override { return add(value); }
+  bool null() override {
+    if (isBytes_) refuse("object");
+    if (target_ == &id_) refuse("null");
+    beginPart();
+    return true;
+  }
+  bool boolean(bool value) override {
+    if (isBytes_) refuse("object");
+    return add(value ? "true" : "false");
+  }
   // Zero comes with a sign only where it was written with one.
   bool number_integer(number_integer_t value) override {
     return add(value == 0 ? "-0" : std::to_string(value));
@@ -327,18 +337,51 @@ public:
     string_t number = text;
     const std::size_t point = number.find_first_not_of("+-0123456789eE");
     if (point != string_t::npos) number[point] = '.';
-    return add(std::move(number));
+    return add(number);
   }
-  bool string(string_t& value) override { return add(std::move(value)); }
+  bool string(string_t& value) override { return add(value); }
   bool binary(binary_t& /*value*/) override { return false; }  // JSON's text has none
-  bool start_object(std::size_t /*elements*/) override { return open(Json::object()); }
-  bool key(string_t& value) override {
-    key_ = std::move(value);
+
+  bool start_object(std::size_t /*elements*/) override {
+    if (target_ != nullptr) {
+      if (isBytes_) refuse("object");
+      isBytes_ = true;
+      isEmpty_ = true;
+    }
+    isInObject_ = isInObject_ || depth_ == 0;
+    ++depth_;
     return true;
   }
-  bool end_object() override { return close(); }
-  bool start_array(std::size_t /*elements*/) override { return open(Json::array()); }
-  bool end_array() override { return close(); }
+  bool key(string_t& value) override {
+    if (isBytes_) {
+      if (!isEmpty_ || value != "base64") refuse("object");
+    } else if (isInObject_ && depth_ == 1) {
+      target_ = value == "id" ? &id_ : value == "record" ? &record_ : nullptr;
+      if (target_ != nullptr) target_->emplace();
+    }
+    return true;
+  }
+  bool end_object() override {
+    if (isBytes_ && isEmpty_) refuse("object");
+    isBytes_ = false;
+    --depth_;
+    return true;
+  }
+  bool start_array(std::size_t /*elements*/) override {
+    ++depth_;
+    if (target_ == nullptr) return true;
+    if (isBytes_) refuse("object");
+    if (target_ == &id_) refuse("array");
+    beginPart();
+    if (level_ == sizeof kMarks) throw std::runtime_error("arrays nest three deep at most");
+    hasParts_[level_++] = false;
+    return true;
+  }
+  bool end_array() override {
+    --depth_;
+    if (target_ != nullptr) --level_;
+    return true;
+  }
 
   bool parse_error(std::size_t position, const std::string& /*token*/,
                    const nlohmann::detail::exception& error) override {
@@ -350,63 +393,40 @@ public:
   }
 
 private:
-  Json* put(Json value) {
-    if (open_.empty()) {
-      root_ = std::move(value);
-      return &root_;
-    }
-    Json& within = *open_.back();
-    if (!within.is_array()) return &(within[key_] = std::move(value));
-    within.push_back(std::move(value));
-    return &within.back();
-  }
-  bool add(Json value) {
-    put(std::move(value));
-    return true;
-  }
-  bool open(Json value) {
-    open_.push_back(put(std::move(value)));
-    return true;
-  }
-  bool close() {
-    open_.pop_back();
-    return true;
-  }
-
-  Json& root_;
-  std::vector<Json*> open_;
-  std::string key_;
-};
-
-/// Bytes of a text, or of {"base64": "..."}.
-std::string bytesOf(const Json& value) {
-  if (value.is_string()) return value.get<std::string>();
-  if (value.is_object() && value.size() == 1 && value.contains("base64") &&
-      value["base64"].is_string()) {
-    return bytesOfBase64(value["base64"].get<std::string>());
-  }
-  if (value.is_boolean()) return value.dump();
-  // Not the value itself, which may be long, and deeper than the stack.
-  throw std::runtime_error(std::string("a text was expected; this is of the kind ") +
-                           value.type_name());
-}
-
-/// A text, or an array of texts, or of arrays of them, with a mark between two parts.
-std::string fieldOf(const Json& value, std::size_t level) {
   static constexpr char kMarks[] = {client::kAttributeMark, client::kValueMark,
                                     client::kSubvalueMark};
-  if (value.is_null()) return {};
-  if (!value.is_array()) return bytesOf(value);
-  if (level == sizeof kMarks) throw std::runtime_error("arrays nest three deep at most");
-  std::string text;
-  bool first = true;
-  for (const Json& part : value) {
-    if (!first) text += kMarks[level];
-    first = false;
-    text += fieldOf(part, level + 1);
+
+  /// Not with the value itself, which may be long, and deeper than the stack.
+  [[noreturn]] static void refuse(const char* kind) {
+    throw std::runtime_error(std::string("a text was expected; this is of the kind ") + kind);
   }
-  return text;
-}
+  /// A mark, unless it is the first of its array.
+  void beginPart() {
+    if (target_ == nullptr || level_ == 0) return;
+    if (std::exchange(hasParts_[level_ - 1], true)) **target_ += kMarks[level_ - 1];
+  }
+  bool add(const std::string& text) {
+    if (target_ == nullptr) return true;
+    beginPart();
+    if (isBytes_) {
+      **target_ += bytesOfBase64(text);
+      isEmpty_ = false;
+    } else {
+      **target_ += text;
+    }
+    return true;
+  }
+
+  std::optional<std::string> id_;
+  std::optional<std::string> record_;
+  std::optional<std::string>* target_ = nullptr;  // whose value comes; null: nobody wants it
+  std::size_t depth_ = 0;                         // of what is open
+  bool isInObject_ = false;                       // the outermost is one
+  std::size_t level_ = 0;                         // arrays of the record that are open
+  bool hasParts_[sizeof kMarks] = {};             // which of them are not empty
+  bool isBytes_ = false;                          // {"base64": ...} is open
+  bool isEmpty_ = false;                          // without its text so far
+};
 
 class JsonReader : public RecordReader {
 public:
@@ -418,12 +438,9 @@ public:
     } while (record.source.find_first_not_of(" \t\r") == std::string::npos);
     record.line = lines_.number();
     try {
-      const Json json = TextsOfJson::parse(record.source);
-      if (!json.is_object() || !json.contains("id") || !json.contains("record")) {
-        throw std::runtime_error("{\"id\": ..., \"record\": [...]} was expected");
-      }
-      record.id = bytesOf(json["id"]);
-      record.record = Record(fieldOf(json["record"], 0));
+      RecordOfJson read(record.source);
+      record.id = read.takeId();
+      record.record = Record(read.takeRecord());
     } catch (const std::exception& error) {
       throw BadRecord(record.line, error.what(), record.source);
     }

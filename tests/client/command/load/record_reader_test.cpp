@@ -148,6 +148,46 @@ TEST(JsonReader, ReadsAttributesValuesAndSubvalues) {
             (Strings{"a=x^1]2\\3^^^", "7=plain"}));
 }
 
+TEST(JsonReader, PassesOtherKeysOver) {
+  EXPECT_EQ(
+      readAll(R"({"record": ["x", [], ""], "of": {"id": "b", "record": [[[[1]]]]}, "id": "a"})"
+              "\n"
+              R"({"id": {"base64": "/g=="}, "record": null, "more": [{"base64": 1}, null]})"
+              "\n",
+              makeJson),
+      (Strings{"a=x^^", "\xFE="}));
+}
+
+TEST(JsonReader, TakesTheLastOfAKeyThatComesTwice) {
+  EXPECT_EQ(readAll(R"({"id": "a", "record": ["x", ["y"]], "record": ["z"], "id": "b"})"
+                    "\n",
+                    makeJson),
+            (Strings{"b=z"}));
+}
+
+TEST(JsonReader, TakesNothingButTextsForIdsAndParts) {
+  const std::string expected = "a text was expected; this is of the kind ";
+  EXPECT_EQ(readAll(R"({"id": null, "record": []})"
+                    "\n"
+                    R"({"id": ["a"], "record": []})"
+                    "\n"
+                    R"({"id": "a", "record": [{}]})"
+                    "\n"
+                    R"({"id": "a", "record": {"base64": "", "more": 1}})"
+                    "\n"
+                    R"({"id": "a", "record": {"base64": true}})"
+                    "\n"
+                    R"({"id": "a", "record": {"base64": ["/g=="]}})"
+                    "\n"
+                    R"([{"id": "a", "record": []}])"
+                    "\n",
+                    makeJson),
+            (Strings{"!1: " + expected + "null", "!2: " + expected + "array",
+                     "!3: " + expected + "object", "!4: " + expected + "object",
+                     "!5: " + expected + "object", "!6: " + expected + "object",
+                     "!7: {\"id\": ..., \"record\": [...]} was expected"}));
+}
+
 TEST(JsonReader, KeepsEveryDigitOfANumber) {
   EXPECT_EQ(readAll(R"({"id": 12345678901234567890123, "record": [1.10, 1e2, -0, 0, -7, [0.1E-5]]})"
                     "\n"
