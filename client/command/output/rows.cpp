@@ -171,7 +171,7 @@ protected:
     if (i > 0) line_ += ',';
     if (!value) return;
     // An empty text is told from null, and a row of one empty text from no row.
-    const bool quote = value->empty() || value->find_first_of("\",\r\n") != std::string_view::npos;
+    const bool quote = value->empty() || std::any_of(value->begin(), value->end(), isQuoted);
     if (!quote) {
       line_ += *value;
       return;
@@ -183,6 +183,9 @@ protected:
     }
     line_ += '"';
   }
+
+private:
+  static bool isQuoted(char c) { return c == '"' || c == ',' || c == '\r' || c == '\n'; }
 };
 
 class Tsv : public Lines {

@@ -57,11 +57,10 @@ std::vector<DictionaryItem> namedItemsOf(client::Connection& connection, const s
 }
 
 /// Whether an attribute is there that is none of the columns.
-bool holdsMore(const client::Record& record, const std::vector<bool>& shown) {
-  std::size_t number = 0;
-  for (const client::FieldView attribute : record) {
-    ++number;
-    if (!attribute.empty() && (number >= shown.size() || !shown[number])) return true;
+bool holdsMore(const std::vector<client::FieldView>& attributes, const std::vector<bool>& shown) {
+  for (std::size_t i = 0; i < attributes.size(); ++i) {
+    const std::size_t number = i + 1;
+    if (!attributes[i].empty() && (number >= shown.size() || !shown[number])) return true;
   }
   return false;
 }
@@ -122,6 +121,7 @@ int runExport(Context& context, const Arguments& arguments) {
   std::string line;
   std::vector<std::string> texts(items.size());
   std::vector<OutputValue> values;
+  std::vector<client::FieldView> attributes;
   PageReader pages(std::move(list));
   auto page = pages.next();
   // The heading is written only now: a selection that is refused leaves nothing behind.
@@ -139,14 +139,19 @@ int runExport(Context& context, const Arguments& arguments) {
         line += "}\n";
         context.out().write(line);
       } else {
+        attributes.assign(entry.record().begin(), entry.record().end());
         values.assign({OutputValue(entry.id())});
         for (std::size_t i = 0; i < items.size(); ++i) {
-          texts[i] =
-              items[i].attribute == 0 ? entry.id() : entry.record()[items[i].attribute].toString();
+          const std::size_t number = items[i].attribute;
+          if (number == 0) {
+            values.emplace_back(entry.id());
+            continue;
+          }
+          texts[i] = number <= attributes.size() ? attributes[number - 1].toString() : "";
           values.emplace_back(texts[i]);
         }
         rows->row(values);
-        if (named.empty() && holdsMore(entry.record(), shown)) ++withMore;
+        if (named.empty() && holdsMore(attributes, shown)) ++withMore;
       }
       progress->show(++done);
     }
