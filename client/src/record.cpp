@@ -299,8 +299,9 @@ std::string FieldView::toString() const {
   shown.reserve(bytes_.size());
   for (std::string_view rest = bytes_;;) {
     // Nearly everything, at one go.
-    const auto* const plainEnd = std::find_if_not(rest.begin(), rest.end(), isPlain);
-    const auto plain = static_cast<std::size_t>(plainEnd - rest.begin());
+    const char* const begin = rest.data();
+    const char* const end = std::find_if_not(begin, begin + rest.size(), isPlain);
+    const auto plain = static_cast<std::size_t>(end - begin);
     shown += rest.substr(0, plain);
     rest.remove_prefix(plain);
     if (rest.empty()) return shown;
