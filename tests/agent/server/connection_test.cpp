@@ -156,6 +156,18 @@ TEST_F(ConnectionTest, SendsWhatItGatheredBeforeARequestThatIsNotBrief) {
   EXPECT_EQ(sends, 4);
 }
 
+TEST_F(ConnectionTest, ShowsOthersWhatARequestHasChangedBeforeItsReplyIsSent) {
+  static std::string shown;
+  shown.clear();
+  onEcho([](Session& session, EchoRequestProt&, Reply& reply) {
+    session.settings().clientName = "night batch";
+    answer(reply);
+    shown = session.agent().sessions.list().at(0).clientName;
+  });
+  EXPECT_EQ(repliesTo(login() + echo()), (Replies{"OK", "echo"}));
+  EXPECT_EQ(shown, "night batch");
+}
+
 TEST_F(ConnectionTest, AnswersAHandlerThatFails) {
   onEcho([](Session&, EchoRequestProt&, Reply&) { throw Failure("22", "003", "the reason"); });
   EXPECT_EQ(repliesTo(login() + echo() + echo()), (Replies{"OK", "22/003", "22/003"}));
